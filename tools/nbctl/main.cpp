@@ -1,6 +1,35 @@
+// nbctl: the library's command-line tool and reference host.
+#include <clocale>
 #include <cstdio>
+#include <filesystem>
 
-int main() {
-    std::puts("nbctl: under construction");
-    return 0;
+#include <CLI/CLI.hpp>
+
+#include "DefaultsCommand.h"
+#include "HostCommand.h"
+#include "nbbase/foundation/Folders.h"
+
+int main(int argc, char** argv) {
+    // Messages follow the user's language, as the host application's would.
+    std::setlocale(LC_ALL, "");
+
+    CLI::App app{"nbctl: the NBBase command-line tool and reference host"};
+    app.require_subcommand(1);
+    app.fallthrough();
+    std::filesystem::path preferences = nb::Folders::fromProcessEnvironment().preferences();
+    app.add_option("--preferences", preferences, "Preferences folder (default: $XDG_CONFIG_HOME, else ~/.config)");
+
+    nb::nbctl::DefaultsCommand defaults(app, preferences);
+    nb::nbctl::HostCommand host(app);
+
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::Success& e) {
+        return app.exit(e);
+    } catch (const CLI::ParseError& e) {
+        std::fprintf(stderr, "nbctl: %s\n", e.what());
+        return 2;
+    }
+    if (defaults.selected()) return defaults.run();
+    return host.run();
 }
