@@ -2,9 +2,9 @@
 
 #include <cerrno>
 #include <cstdlib>
-#include <system_error>
 #include <filesystem>
 #include <string>
+#include <system_error>
 #include <vector>
 
 #include <pwd.h>

@@ -1,13 +1,15 @@
 #include "nbbase/foundation/Localization.h"
 
+#include <atomic>
+#include <cerrno>
 #include <cstdlib>
-#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <map>
 #include <optional>
 #include <sstream>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -88,6 +90,25 @@ TEST(LocalizationDirectory, SetterOverridesAndRebinds) {
     EXPECT_EQ(localization.localeDirectory(), "/elsewhere");
     EXPECT_EQ(localization.localizedString(kUnknown), kUnknown);
     EXPECT_EQ(localization.localizedString(""), "");
+}
+
+TEST(LocalizationDirectory, FirstLookupsAndRebindingRaceSafely) {
+    Localization localization("NBBaseLocalizationThreads", {std::nullopt, "/nowhere/installed", "/nowhere/build"});
+    std::atomic<int> wrong{0};
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t) {
+        threads.emplace_back([&] {
+            for (int i = 0; i < 200; ++i) {
+                if (localization.localizedString(kUnknown) != kUnknown) wrong.fetch_add(1);
+            }
+        });
+    }
+    threads.emplace_back([&] {
+        for (int i = 0; i < 50; ++i) localization.setLocaleDirectory(i % 2 ? "/nowhere/a" : "/nowhere/b");
+    });
+    for (auto& thread : threads) thread.join();
+    EXPECT_EQ(wrong.load(), 0);
+    EXPECT_EQ(localization.localeDirectory(), "/nowhere/a");
 }
 
 struct ChildResult {
