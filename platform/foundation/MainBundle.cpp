@@ -55,12 +55,12 @@ std::shared_ptr<const MainBundle> MainBundle::fromFolder(const std::filesystem::
     const std::filesystem::path file = folder / "Info.plist";
     std::error_code ec;
     if (!std::filesystem::is_regular_file(file, ec)) return nullptr;
-    std::optional<Value> info = PropertyList::readFile(file);
-    if (!info || !info->isDictionary()) {
+    Value info = PropertyList::readFile(file);
+    if (!info.isDictionary()) {
         NBLog::sharedInstance().log(4, "unreadable bundle information {}", file.string());
         return nullptr;
     }
-    return std::make_shared<const MainBundle>(std::move(*info), folder);
+    return std::make_shared<const MainBundle>(std::move(info), folder);
 }
 
 std::shared_ptr<const MainBundle> MainBundle::main() {

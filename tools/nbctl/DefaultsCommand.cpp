@@ -109,19 +109,19 @@ int DefaultsCommand::run() const {
 }
 
 bool DefaultsCommand::domainExists(const std::string& domain) const {
-    const auto names = UserDefaults::suiteNames(folder_);
+    const auto names = UserDefaults::persistentDomainNames(folder_);
     return std::find(names.begin(), names.end(), domain) != names.end();
 }
 
 int DefaultsCommand::domains() const {
-    for (const std::string& name : UserDefaults::suiteNames(folder_)) std::printf("%s\n", name.c_str());
+    for (const std::string& name : UserDefaults::persistentDomainNames(folder_)) std::printf("%s\n", name.c_str());
     return 0;
 }
 
 int DefaultsCommand::read() const {
     if (!domainExists(domain_)) return fail(1, fmt::format("Domain {} does not exist", domain_));
     UserDefaults defaults(domain_, folder_);
-    Value value(defaults.persistentDomain());
+    Value value = defaults.persistentDomain();
     if (!key_.empty()) {
         value = Value(value[key_]);
         if (value.isAbsent()) {
@@ -129,7 +129,7 @@ int DefaultsCommand::read() const {
         }
     }
     if (json_) {
-        const auto text = Json::encode(PlistText::jsonSafe(value), Json::Style::Pretty, /*allowFragments=*/true);
+        const auto text = Json::encode(PlistText::jsonSafe(value), Json::Style::Pretty);
         if (!text) return fail(1, "the value cannot be written as JSON");
         std::printf("%s\n", text->c_str());
     } else {
@@ -152,10 +152,10 @@ int DefaultsCommand::write() const {
 
 int DefaultsCommand::remove() const {
     if (!domainExists(domain_)) return fail(1, fmt::format("Domain {} does not exist", domain_));
-    if (key_.empty()) {
-        return UserDefaults::removeSuite(domain_, folder_) ? 0 : fail(1, fmt::format("could not delete {}", domain_));
-    }
     UserDefaults defaults(domain_, folder_);
+    if (key_.empty()) {
+        return defaults.removePersistentDomain() ? 0 : fail(1, fmt::format("could not delete {}", domain_));
+    }
     if (!defaults.persistentDomain().contains(key_)) {
         return fail(1, fmt::format("The domain/default pair of ({}, {}) does not exist", domain_, key_));
     }

@@ -1,0 +1,28 @@
+// `nbctl host`: the reference host. It plays a client's start-up the way an application drives the
+// library (settings in the user's suite, work on global queues, results on the main queue) and prints
+// what each step learned.
+//
+// It runs in a temporary home of its own, removed at the end unless --keep is given, so it never
+// touches the user's real settings. Everything it prints comes from the library's answers.
+#pragma once
+
+#include <string>
+
+#include <CLI/CLI.hpp>
+
+namespace nb::nbctl {
+
+class HostCommand {
+public:
+    explicit HostCommand(CLI::App& app);
+
+    // Runs on the process's main thread, which becomes the main queue's thread. Answers the exit code.
+    int run() const;
+
+private:
+    CLI::App* command_ = nullptr;
+    std::string home_;  // empty: a new temporary home
+    bool keep_ = false;
+};
+
+}  // namespace nb::nbctl
