@@ -488,8 +488,28 @@ Value::Dictionary::Dictionary(std::initializer_list<Entry> entries) {
 
 Value::Dictionary Value::Dictionary::fromEntries(std::vector<Entry> entries) {
     Dictionary d;
-    d.entries_.reserve(entries.size());
-    // Small objects are the common case in server replies: a linear scan beats hashing there.
+    // Decoders build every object through here: when keys are distinct and no value is absent (the usual
+    // case), adopt the vector as it is instead of inserting entry by entry.
+    bool adoptable = true;
+    const std::size_t n = entries.size();
+    if (n <= kIndexThreshold) {
+        // Small objects are the common case in server replies: a linear scan beats hashing there.
+        for (std::size_t i = 0; i < n && adoptable; ++i) {
+            adoptable = !entries[i].second.isAbsent();
+            for (std::size_t j = 0; j < i && adoptable; ++j) adoptable = entries[j].first != entries[i].first;
+        }
+    } else {
+        d.index_.reserve(n);
+        for (std::size_t i = 0; i < n && adoptable; ++i) {
+            adoptable = !entries[i].second.isAbsent() && d.index_.emplace(entries[i].first, i).second;
+        }
+    }
+    if (adoptable) {
+        d.entries_ = std::move(entries);
+        return d;
+    }
+    d.index_.clear();
+    d.entries_.reserve(n);
     for (Entry& e : entries) d.set(std::move(e.first), std::move(e.second));
     return d;
 }
