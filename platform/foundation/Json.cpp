@@ -8,6 +8,7 @@
 #include <rapidjson/writer.h>
 
 #include <cmath>
+#include <cstring>
 #include <cstdint>
 #include <iterator>
 #include <limits>
@@ -23,7 +24,20 @@ namespace {
 constexpr unsigned kParseFlags =
     rapidjson::kParseIterativeFlag | rapidjson::kParseValidateEncodingFlag | rapidjson::kParseFullPrecisionFlag;
 
-enum class Refusal { None, Fragment, TooDeep };
+enum class Refusal { None, Fragment, TooDeep, LoneSurrogate };
+
+// RapidJSON 1.1 validates the raw bytes but lets an escaped lone low surrogate ("\udc00") through, encoded
+// as ED B0..BF xx, which is not UTF-8. Every other path to the handler is valid UTF-8, so looking for that
+// one lead byte is enough, and memchr makes it nearly free.
+bool hasEncodedSurrogate(const char* s, std::size_t length) noexcept {
+    const char* end = s + length;
+    while (const void* hit = std::memchr(s, 0xED, static_cast<std::size_t>(end - s))) {
+        const char* p = static_cast<const char*>(hit);
+        if (p + 1 < end && static_cast<unsigned char>(p[1]) >= 0xA0) return true;
+        s = p + 1;
+    }
+    return false;
+}
 
 // Builds Values on explicit stacks as the reader reports them: finished elements wait on values_ (and
 // object keys on keys_) until their container closes, then move into it in one go.
@@ -39,11 +53,13 @@ public:
     bool Uint64(std::uint64_t u) { return add(Value(static_cast<unsigned long long>(u))); }
     bool Double(double d) { return add(Value(d)); }
     bool String(const char* s, rapidjson::SizeType length, bool) {
+        if (hasEncodedSurrogate(s, length)) return refuse(Refusal::LoneSurrogate);
         return add(Value(std::string(s, length)));
     }
 
     bool StartObject() { return open(); }
     bool Key(const char* s, rapidjson::SizeType length, bool) {
+        if (hasEncodedSurrogate(s, length)) return refuse(Refusal::LoneSurrogate);
         keys_.emplace_back(s, length);
         return true;
     }
@@ -77,20 +93,16 @@ public:
 
 private:
     bool add(Value v) {
-        if (depth_ == 0 && !allowFragments_) {
-            refusal_ = Refusal::Fragment;
-            return false;
-        }
+        if (depth_ == 0 && !allowFragments_) return refuse(Refusal::Fragment);
         values_.push_back(std::move(v));
         return true;
     }
 
-    bool open() {
-        if (++depth_ > Json::kMaxDepth) {
-            refusal_ = Refusal::TooDeep;
-            return false;
-        }
-        return true;
+    bool open() { return ++depth_ <= Json::kMaxDepth || refuse(Refusal::TooDeep); }
+
+    bool refuse(Refusal why) {
+        refusal_ = why;
+        return false;
     }
 
     const bool allowFragments_;
@@ -235,6 +247,7 @@ std::optional<Value> Json::decode(std::string_view text, DecodeOptions options, 
                 fail(error, offset, "a bare value at the top where an object or array was expected");
                 break;
             case Refusal::TooDeep: fail(error, offset, "nesting deeper than 512"); break;
+            case Refusal::LoneSurrogate: fail(error, offset, "an escaped UTF-16 surrogate without its pair"); break;
             case Refusal::None: fail(error, offset, rapidjson::GetParseError_En(result.Code())); break;
         }
         return std::nullopt;

@@ -97,6 +97,8 @@ TEST(JsonDecode, InvalidUtf8Fails) {
         "{\"\xFF\":1}",            // in a key
         "[\"\\ud800\"]",           // escaped lone surrogate
         "[\"\\udc00\\ud800\"]",    // escaped surrogates in the wrong order
+        "[\"a\\ude3db\"]",         // escaped lone low surrogate
+        "{\"\\udfff\":1}",         // the same in a key
     };
     for (const char* text : invalid) {
         SCOPED_TRACE(text);
