@@ -56,6 +56,34 @@ std::int64_t leadingInteger(std::string_view s, std::int64_t lo, std::int64_t hi
     return acc;
 }
 
+// Decimal order of magnitude of a non-zero number written as digits, an optional fraction and an optional
+// exponent: the number lies in [10^(m-1), 10^m). Only its sign matters to the caller, which asks after a
+// range error, so the exponent may saturate. A mantissa of many digits moves it as much as the exponent does.
+long decimalMagnitude(std::string_view number) noexcept {
+    std::size_t i = 0;
+    while (i < number.size() && number[i] == '0') ++i;
+    long magnitude = 0;
+    if (i < number.size() && isDigit(number[i])) {
+        for (; i < number.size() && isDigit(number[i]); ++i) ++magnitude;
+        while (i < number.size() && (number[i] == '.' || isDigit(number[i]))) ++i;
+    } else if (i < number.size() && number[i] == '.') {
+        ++i;
+        for (; i < number.size() && number[i] == '0'; ++i) --magnitude;
+        while (i < number.size() && isDigit(number[i])) ++i;
+    }
+    if (i < number.size() && (number[i] == 'e' || number[i] == 'E')) {
+        ++i;
+        bool negative = false;
+        if (i < number.size() && (number[i] == '+' || number[i] == '-')) negative = number[i++] == '-';
+        long exponent = 0;
+        for (; i < number.size() && isDigit(number[i]); ++i) {
+            exponent = std::min(exponent * 10 + (number[i] - '0'), 1L << 40);
+        }
+        magnitude += negative ? -exponent : exponent;
+    }
+    return magnitude;
+}
+
 // Leading decimal number of a string, locale-independent; 0 when there is none.
 double leadingReal(std::string_view s) noexcept {
     std::size_t i = 0;
@@ -68,13 +96,10 @@ double leadingReal(std::string_view s) noexcept {
     double d = 0;
     const auto [ptr, ec] = std::from_chars(s.data() + i, s.data() + s.size(), d, std::chars_format::general);
     if (ec == std::errc::result_out_of_range) {
-        // from_chars leaves d untouched; Foundation answers the overflowed value.
-        const bool tiny = [&] {
-            std::string_view rest(s.data() + i, static_cast<std::size_t>(ptr - (s.data() + i)));
-            const auto e = rest.find_first_of("eE");
-            return e != std::string_view::npos && e + 1 < rest.size() && rest[e + 1] == '-';
-        }();
-        d = tiny ? 0.0 : std::numeric_limits<double>::infinity();
+        // from_chars leaves d untouched; Foundation answers the overflowed value, infinity or zero.
+        d = decimalMagnitude(std::string_view(s.data() + i, static_cast<std::size_t>(ptr - (s.data() + i)))) > 0
+                ? std::numeric_limits<double>::infinity()
+                : 0.0;
     } else if (ec != std::errc()) {
         return 0;
     }
@@ -91,10 +116,24 @@ bool leadingBool(std::string_view s) noexcept {
     return c == 'Y' || c == 'y' || c == 'T' || c == 't' || (c >= '1' && c <= '9');
 }
 
+// The shortest digits that read back the same, laid out as Foundation's "%.15g, else %.17g" lays them out:
+// positional from 1e-4 up to 1e15 (1e17 when more than 15 digits are needed), scientific beyond, so that a
+// million prints as 1000000 and not 1e+06.
 std::string realToString(double d) {
-    std::array<char, 32> buf{};
-    const auto [ptr, ec] = std::to_chars(buf.data(), buf.data() + buf.size(), d);
-    return ec == std::errc() ? std::string(buf.data(), ptr) : std::string("0");
+    std::array<char, 64> buf{};
+    const auto sci = std::to_chars(buf.data(), buf.data() + buf.size(), d, std::chars_format::scientific);
+    if (sci.ec != std::errc()) return "0";
+    const std::string_view text(buf.data(), static_cast<std::size_t>(sci.ptr - buf.data()));
+    const auto e = text.find('e');
+    if (e == std::string_view::npos) return std::string(text);  // inf, nan
+    int exponent = 0;
+    std::from_chars(text.data() + e + 1 + (text[e + 1] == '+' ? 1 : 0), text.data() + text.size(), exponent);
+    std::size_t digits = 0;
+    for (std::size_t i = 0; i < e; ++i) digits += isDigit(text[i]) ? 1 : 0;
+    const int limit = digits <= 15 ? 15 : 17;
+    if (exponent < -4 || exponent >= limit) return std::string(text);
+    const auto fixed = std::to_chars(buf.data(), buf.data() + buf.size(), d, std::chars_format::fixed);
+    return fixed.ec == std::errc() ? std::string(buf.data(), fixed.ptr) : std::string(text);
 }
 
 // Exact comparison of an integer with a real: equal only when the real is that very integer.
@@ -449,8 +488,28 @@ Value::Dictionary::Dictionary(std::initializer_list<Entry> entries) {
 
 Value::Dictionary Value::Dictionary::fromEntries(std::vector<Entry> entries) {
     Dictionary d;
-    d.entries_.reserve(entries.size());
-    // Small objects are the common case in server replies: a linear scan beats hashing there.
+    // Decoders build every object through here: when keys are distinct and no value is absent (the usual
+    // case), adopt the vector as it is instead of inserting entry by entry.
+    bool adoptable = true;
+    const std::size_t n = entries.size();
+    if (n <= kIndexThreshold) {
+        // Small objects are the common case in server replies: a linear scan beats hashing there.
+        for (std::size_t i = 0; i < n && adoptable; ++i) {
+            adoptable = !entries[i].second.isAbsent();
+            for (std::size_t j = 0; j < i && adoptable; ++j) adoptable = entries[j].first != entries[i].first;
+        }
+    } else {
+        d.index_.reserve(n);
+        for (std::size_t i = 0; i < n && adoptable; ++i) {
+            adoptable = !entries[i].second.isAbsent() && d.index_.emplace(entries[i].first, i).second;
+        }
+    }
+    if (adoptable) {
+        d.entries_ = std::move(entries);
+        return d;
+    }
+    d.index_.clear();
+    d.entries_.reserve(n);
     for (Entry& e : entries) d.set(std::move(e.first), std::move(e.second));
     return d;
 }
