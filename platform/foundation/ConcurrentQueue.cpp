@@ -1,8 +1,10 @@
 #include "nbbase/foundation/ConcurrentQueue.h"
 
+// First of the Asio headers: it configures them.
+#include "platform/foundation/DispatchInternal.h"
+
 #include <asio/post.hpp>
 
-#include "platform/foundation/DispatchInternal.h"
 
 namespace nb {
 

@@ -1,5 +1,8 @@
 #include "nbbase/foundation/MainQueue.h"
 
+// First of the Asio headers: it configures them.
+#include "platform/foundation/DispatchInternal.h"
+
 #include <atomic>
 #include <mutex>
 
@@ -13,7 +16,6 @@
 #include <unistd.h>
 #endif
 
-#include "platform/foundation/DispatchInternal.h"
 
 namespace nb {
 

@@ -1,5 +1,8 @@
 #include "nbbase/foundation/OperationQueue.h"
 
+// First of the Asio headers: it configures them.
+#include "platform/foundation/DispatchInternal.h"
+
 #include <condition_variable>
 #include <deque>
 #include <mutex>
@@ -7,7 +10,6 @@
 
 #include <asio/post.hpp>
 
-#include "platform/foundation/DispatchInternal.h"
 
 namespace nb {
 

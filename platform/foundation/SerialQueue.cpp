@@ -1,9 +1,11 @@
 #include "nbbase/foundation/SerialQueue.h"
 
+// First of the Asio headers: it configures them.
+#include "platform/foundation/DispatchInternal.h"
+
 #include <asio/post.hpp>
 #include <asio/strand.hpp>
 
-#include "platform/foundation/DispatchInternal.h"
 
 namespace nb {
 

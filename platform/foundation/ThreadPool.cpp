@@ -1,5 +1,8 @@
 #include "nbbase/foundation/ThreadPool.h"
 
+// First of the Asio headers: it configures them.
+#include "platform/foundation/DispatchInternal.h"
+
 #include <algorithm>
 #include <thread>
 

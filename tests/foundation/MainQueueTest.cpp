@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <condition_variable>
 #include <memory>
 #include <mutex>
 #include <thread>
@@ -98,26 +99,28 @@ TEST_F(MainQueueTest, WakeUpHandlerFiresOnTheSubmittingThreadWhenTheQueueStopsBe
     EXPECT_EQ(wakes.size(), 2u);
 }
 
-// A host event loop that sleeps until woken and drains on its own thread, as a GUI toolkit would.
+// A host event loop that sleeps until woken and drains on its own thread, as a GUI toolkit would. The loop's
+// state is shared with the handler: a pool thread may still be inside the handler when the loop ends.
 TEST_F(MainQueueTest, HostLoopDrivenOnlyByWakeUpsRunsImmediateAndDelayedWork) {
-    std::mutex mutex;
-    std::condition_variable woken;
-    bool wakePending = false;
-    queue_.setWakeUpHandler([&] {
-        {
-            std::lock_guard lock(mutex);
-            wakePending = true;
-        }
-        woken.notify_one();
+    struct Loop {
+        std::mutex mutex;
+        std::condition_variable woken;
+        bool wakePending = false;  // guarded by mutex
+    };
+    auto loop = std::make_shared<Loop>();
+    queue_.setWakeUpHandler([loop] {
+        std::lock_guard lock(loop->mutex);
+        loop->wakePending = true;
+        loop->woken.notify_one();
     });
     std::thread worker([&] {
         queue_.async([&] { log_.add(1); });
         queue_.asyncAfter(std::chrono::milliseconds(20), [&] { log_.add(2); });
     });
     while (log_.size() < 2) {
-        std::unique_lock lock(mutex);
-        ASSERT_TRUE(woken.wait_for(lock, kPatience, [&] { return wakePending; }));
-        wakePending = false;
+        std::unique_lock lock(loop->mutex);
+        ASSERT_TRUE(loop->woken.wait_for(lock, kPatience, [&] { return loop->wakePending; }));
+        loop->wakePending = false;
         lock.unlock();
         queue_.drain();
     }
