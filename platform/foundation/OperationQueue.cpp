@@ -6,7 +6,6 @@
 #include <condition_variable>
 #include <deque>
 #include <mutex>
-#include <vector>
 
 #include <asio/post.hpp>
 

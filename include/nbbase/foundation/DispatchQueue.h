@@ -14,6 +14,7 @@
 #include <chrono>
 #include <functional>
 #include <string>
+#include <utility>
 
 #include "nbbase/foundation/Cancellable.h"
 

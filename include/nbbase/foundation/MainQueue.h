@@ -52,6 +52,8 @@ public:
     // Called on the submitting thread, after the task is queued, each time the queue goes from empty to
     // non-empty (a delayed task coming due counts as a submission from a pool thread). It must be quick and
     // must not drive the queue itself: it should ask the host's loop to call drain() on the main thread.
+    // A task is uncounted as it starts, so work submitted while a drive call is running can wake the host
+    // for work that call then takes itself; the host's extra drain() finds nothing, which is harmless.
     // An empty handler removes it. Replacing it while another thread submits is safe.
     void setWakeUpHandler(WakeUpHandler handler);
 
