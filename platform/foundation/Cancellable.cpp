@@ -45,7 +45,7 @@ bool Cancellable::Control::cancelPending() {
         doomed = std::exchange(task_, {});
     }
     // Destroyed outside the lock: what the task captured may own objects whose destructors post more work
-    // or inspect this very handle.
+    // or query this very handle.
     doomed = nullptr;
     return true;
 }
