@@ -1,14 +1,6 @@
 // Pieces shared by the queue implementations. Private to the library: it needs the Asio headers.
 #pragma once
 
-// GCC cannot instrument the fences Asio puts around handler invocation and rejects them under
-// ThreadSanitizer (-Wtsan). The scheduler's mutex already orders a handler's memory between threads, so the
-// fences only duplicate it. Must come before the first Asio header of a translation unit; ideally the build
-// would define it for every target of the tsan preset.
-#if defined(__SANITIZE_THREAD__) && !defined(ASIO_DISABLE_FENCED_BLOCK)
-#define ASIO_DISABLE_FENCED_BLOCK 1
-#endif
-
 #include <chrono>
 #include <exception>
 #include <functional>
