@@ -103,17 +103,15 @@ bool binaryShapeWithinLimits(std::string_view bytes) {
     auto offsetOf = [&](std::size_t object) {
         return readBigEndian(data + tableOffset + object * offsetSize, offsetSize);
     };
-    // Where an object's references start and how many it has; false when malformed.
-    auto references = [&](std::size_t object, std::size_t& first, std::size_t& refs) {
+    // An object's type, element count and where its elements start; false when malformed.
+    auto header = [&](std::size_t object, unsigned& type, std::uint64_t& n, std::size_t& first) {
         std::uint64_t at = offsetOf(object);
         if (at < kHeader || at >= tableOffset) return false;
         const unsigned char marker = data[at];
-        const unsigned type = marker >> 4;
-        refs = 0;
+        type = marker >> 4;
+        n = marker & 0x0F;
         first = static_cast<std::size_t>(at) + 1;
-        if (type != 0xA && type != 0xC && type != 0xD) return true;  // a leaf
-        std::uint64_t n = marker & 0x0F;
-        if (n == 0x0F) {
+        if (n == 0x0F && (type == 0x5 || type == 0x6 || type == 0xA || type == 0xC || type == 0xD)) {
             if (first >= tableOffset) return false;
             const unsigned char intMarker = data[first];
             if ((intMarker >> 4) != 0x1 || (intMarker & 0x0F) > 3) return false;
@@ -122,12 +120,37 @@ bool binaryShapeWithinLimits(std::string_view bytes) {
             n = readBigEndian(data + first + 1, intSize);
             first += 1 + intSize;
         }
+        return true;
+    };
+    // libplist (as Debian builds it) asserts that a dictionary key holds no NUL character, which
+    // would abort the whole process; such keys, and keys that are not strings, are refused here.
+    auto isSafeKey = [&](std::size_t object) {
+        unsigned type = 0;
+        std::uint64_t n = 0;
+        std::size_t first = 0;
+        if (!header(object, type, n, first)) return false;
+        const std::uint64_t unit = type == 0x5 ? 1 : type == 0x6 ? 2 : 0;
+        if (unit == 0 || n > length || (tableOffset - first) / unit < n) return false;
+        for (std::size_t i = 0; i < n; ++i) {
+            const unsigned char* c = data + first + i * unit;
+            if (c[0] == 0 && (unit == 1 || c[1] == 0)) return false;
+        }
+        return true;
+    };
+    // Where an object's references start and how many it has; false when malformed.
+    auto references = [&](std::size_t object, std::size_t& first, std::size_t& refs, std::size_t& keys) {
+        unsigned type = 0;
+        std::uint64_t n = 0;
+        refs = 0;
+        if (!header(object, type, n, first)) return false;
+        if (type != 0xA && type != 0xC && type != 0xD) return true;  // a leaf
         if (type == 0xD) {
             if (n > length) return false;
             n *= 2;
         }
         if (n > length || (tableOffset - first) / refSize < n) return false;
         refs = static_cast<std::size_t>(n);
+        keys = type == 0xD ? refs / 2 : 0;
         return true;
     };
 
@@ -136,12 +159,12 @@ bool binaryShapeWithinLimits(std::string_view bytes) {
     std::vector<std::uint32_t> height(count, 0);
     std::vector<std::uint64_t> nodes(count, 0);
     struct Frame {
-        std::size_t object, first, refs, next;
+        std::size_t object, first, refs, keys, next;
     };
     std::vector<Frame> stack;
     auto open = [&](std::size_t object) {
-        Frame frame{object, 0, 0, 0};
-        if (!references(object, frame.first, frame.refs)) return false;
+        Frame frame{object, 0, 0, 0, 0};
+        if (!references(object, frame.first, frame.refs, frame.keys)) return false;
         state[object] = kOpen;
         stack.push_back(frame);
         return true;
@@ -151,8 +174,10 @@ bool binaryShapeWithinLimits(std::string_view bytes) {
         Frame& frame = stack.back();
         if (frame.next < frame.refs) {
             std::uint64_t child = readBigEndian(data + frame.first + frame.next * refSize, refSize);
+            const bool isKey = frame.next < frame.keys;
             ++frame.next;
             if (child >= count) return false;
+            if (isKey && !isSafeKey(static_cast<std::size_t>(child))) return false;
             if (state[child] == kOpen) return false;  // a cycle
             if (state[child] == kUnseen && !open(static_cast<std::size_t>(child))) return false;
             continue;
@@ -171,6 +196,50 @@ bool binaryShapeWithinLimits(std::string_view bytes) {
         stack.pop_back();
     }
     return true;
+}
+
+// Length of the well-formed UTF-8 sequence at the start of s, or 0 when it is not one (overlong forms,
+// surrogates and code points above U+10FFFF included).
+std::size_t utf8SequenceLength(std::string_view s) {
+    const auto byte = [&](std::size_t i) { return static_cast<unsigned char>(s[i]); };
+    const unsigned char lead = byte(0);
+    if (lead < 0x80) return 1;
+    std::size_t length = lead >= 0xC2 && lead <= 0xDF ? 2 : lead >= 0xE0 && lead <= 0xEF ? 3 : lead >= 0xF0 && lead <= 0xF4 ? 4 : 0;
+    if (length == 0 || s.size() < length) return 0;
+    for (std::size_t i = 1; i < length; ++i)
+        if ((byte(i) & 0xC0) != 0x80) return 0;
+    if ((lead == 0xE0 && byte(1) < 0xA0) || (lead == 0xED && byte(1) > 0x9F) || (lead == 0xF0 && byte(1) < 0x90) ||
+        (lead == 0xF4 && byte(1) > 0x8F)) {
+        return 0;
+    }
+    return length;
+}
+
+bool isUtf8(std::string_view s) {
+    while (!s.empty()) {
+        std::size_t n = utf8SequenceLength(s);
+        if (n == 0) return false;
+        s.remove_prefix(n);
+    }
+    return true;
+}
+
+// Value strings are UTF-8 throughout the library. A binary list's one-byte strings may carry bytes
+// above 0x7F; each byte that is not part of a well-formed sequence becomes U+FFFD.
+std::string utf8String(std::string_view s) {
+    if (isUtf8(s)) return std::string(s);
+    std::string out;
+    while (!s.empty()) {
+        std::size_t n = utf8SequenceLength(s);
+        if (n == 0) {
+            out += "\xEF\xBF\xBD";
+            n = 1;
+        } else {
+            out.append(s.data(), n);
+        }
+        s.remove_prefix(n);
+    }
+    return out;
 }
 
 Value fromNode(plist_t node, std::size_t depth) {
@@ -200,7 +269,7 @@ Value fromNode(plist_t node, std::size_t depth) {
     case PLIST_KEY: {
         std::uint64_t size = 0;
         const char* s = plist_get_string_ptr(node, &size);
-        return s ? Value(std::string_view(s, static_cast<std::size_t>(size))) : Value(std::string_view());
+        return Value(s ? utf8String(std::string_view(s, static_cast<std::size_t>(size))) : std::string());
     }
     case PLIST_DATA: {
         std::uint64_t size = 0;
@@ -246,7 +315,7 @@ Value fromNode(plist_t node, std::size_t depth) {
             if (item == nullptr) break;
             Value v = fromNode(item, depth + 1);
             if (v.isAbsent() || key == nullptr) return {};
-            entries.emplace_back(std::string(key), std::move(v));
+            entries.emplace_back(utf8String(key), std::move(v));
         }
         return Value(Value::Dictionary::fromEntries(std::move(entries)));
     }
@@ -255,7 +324,9 @@ Value fromNode(plist_t node, std::size_t depth) {
     }
 }
 
-bool hasNul(const std::string& s) { return s.find('\0') != std::string::npos; }
+// libplist takes C strings, and its binary writer turns non-ASCII text into UTF-16: a string it
+// cannot carry faithfully is refused rather than written damaged.
+bool writable(const std::string& s) { return s.find('\0') == std::string::npos && isUtf8(s); }
 
 PlistPtr toNode(const Value& value, std::size_t depth) {
     if (depth > PropertyList::kMaxDepth) return nullptr;
@@ -269,7 +340,7 @@ PlistPtr toNode(const Value& value, std::size_t depth) {
         return PlistPtr(plist_new_real(value.doubleValue()));
     case Value::Kind::String: {
         const std::string& s = *value.asString();
-        if (hasNul(s)) return nullptr;
+        if (!writable(s)) return nullptr;
         return PlistPtr(plist_new_string(s.c_str()));
     }
     case Value::Kind::Data: {
@@ -307,7 +378,7 @@ PlistPtr toNode(const Value& value, std::size_t depth) {
     case Value::Kind::Dictionary: {
         PlistPtr dict(plist_new_dict());
         for (const auto& [key, item] : *value.asDictionary()) {
-            if (hasNul(key)) return nullptr;
+            if (!writable(key)) return nullptr;
             PlistPtr child = toNode(item, depth + 1);
             if (!child) return nullptr;
             plist_dict_set_item(dict.get(), key.c_str(), child.release());

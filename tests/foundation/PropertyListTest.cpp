@@ -82,6 +82,8 @@ TEST_P(PropertyListRoundTrip, ValuesAPropertyListCannotHoldAreRefused) {
         Value::dictionary({{"a", Value::dictionary({{"b", Value::null()}})}}),
         Value(std::numeric_limits<std::uint64_t>::max()),
         Value(std::string("a\0b", 3)),
+        Value("caf\xE9"),  // Latin-1, not UTF-8: the binary writer would damage it
+        Value::dictionary({{"\xFF", 1}}),
         Value::dictionary({{std::string("k\0", 2), 1}}),
         Value(Date{1e12}),
         Value(Date{-1e12}),
@@ -152,6 +154,30 @@ TEST(PropertyListRead, GarbageFailsCleanly) {
         if (round % 2 == 0) noise.replace(0, std::min<std::size_t>(8, noise.size()), "bplist00");
         (void)PropertyList::read(std::string_view(noise));
     }
+}
+
+TEST(PropertyListRead, MalformedUtf8BecomesReplacementCharacters) {
+    // A binary one-byte string may hold any byte; found by fuzzing, where it could not be written back.
+    auto binary = PropertyList::write(Value::array({"a\xC3\xA9", "xyz"}), Format::Binary);
+    ASSERT_TRUE(binary);
+    std::string bin = asText(*binary);
+    std::size_t at = bin.find("xyz");
+    ASSERT_NE(at, std::string::npos);
+    bin[at + 1] = '\xFF';
+    Value v = PropertyList::read(std::string_view(bin));
+    EXPECT_EQ(v, Value::array({"a\xC3\xA9", "x\xEF\xBF\xBDz"}));
+    EXPECT_TRUE(PropertyList::write(v, Format::Binary));
+}
+
+TEST(PropertyListRead, DictionaryKeyWithNulIsRefusedInsteadOfAborting) {
+    // {"a\0b": "x"}: libplist asserts on such a key, which would end the process.
+    const unsigned char bytes[] = {'b', 'p', 'l', 'i', 's', 't', '0', '0', 0xD1, 1, 2, 0x53, 'a', 0, 'b', 0x51, 'x',
+                                   8, 11, 15, 0, 0, 0, 0, 0, 0, 1, 1, 0, 0, 0, 0, 0, 0, 0, 3,
+                                   0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 17};
+    std::string bin(reinterpret_cast<const char*>(bytes), sizeof bytes);
+    EXPECT_TRUE(PropertyList::read(std::string_view(bin)).isAbsent());
+    bin[13] = 'c';  // the same list with a plain key reads
+    EXPECT_EQ(PropertyList::read(std::string_view(bin)), Value::dictionary({{"acb", "x"}}));
 }
 
 TEST(PropertyListRead, DeepNestingIsRefusedBeforeLibplistRecurses) {

@@ -33,8 +33,9 @@ public:
     static constexpr std::size_t kMaxNodes = std::size_t{1} << 21;
     static constexpr std::size_t kMaxFileSize = std::size_t{64} << 20;
 
-    // Parses XML or binary, detected from the first bytes. The root may be of any kind. Absent when
-    // the bytes are not a property list (empty, truncated, another XML document, too deep, ...).
+    // Parses XML or binary, detected from the first bytes. The root may be of any kind. Strings come
+    // out as UTF-8, any malformed byte replaced by U+FFFD. Absent when the bytes are not a property
+    // list (empty, truncated, another XML document, too deep, ...).
     static Value read(std::string_view bytes);
     static Value read(const Data& bytes);
 
@@ -43,8 +44,9 @@ public:
     static Value readFile(const std::filesystem::path& path);
 
     // nullopt when the value, or anything inside it, cannot be a property list: absent, null, an
-    // unsigned integer above INT64_MAX, a string or key holding a NUL character, a date before 1933
-    // or after 2069 (libplist keeps seconds in 32 bits), or nesting deeper than kMaxDepth.
+    // unsigned integer above INT64_MAX, a string or key holding a NUL character or invalid UTF-8, a
+    // date before 1933 or after 2069 (libplist keeps seconds in 32 bits), or nesting deeper than
+    // kMaxDepth.
     [[nodiscard]] static std::optional<Data> write(const Value& value, Format format);
 };
 
