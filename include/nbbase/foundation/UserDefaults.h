@@ -1,0 +1,138 @@
+// nb::UserDefaults: a persistent suite of settings shared by every process of the user (the application,
+// its plug-ins and `nbctl defaults`).
+//
+// Storage: one SQLite database per suite, "<suiteName>.sqlite3" in the preferences folder given to the
+// constructor (created with mode 0700 when missing), one row per key, each value a binary property list.
+// The database and its -wal and -shm files are mode 0600 whatever the umask: the suite holds the
+// session token.
+//
+// Durability: every setter is its own transaction, committed in WAL mode with synchronous=FULL before it
+// returns, so a write that returned true survives the process being killed at any moment and a power
+// loss. Writers in other processes are waited for (busy timeout kBusyTimeoutMs) rather than failing.
+// Every getter reads the database, so it sees what other processes wrote; decoded values are cached
+// only against the exact bytes just read.
+//
+// Registered defaults live in this instance's memory, answer when no value is stored and are never
+// written to the database.
+//
+// Threads: every function may be called from any thread at once; one connection is shared behind a
+// mutex. Several instances, in this process or others, may use the same suite at the same time.
+//
+// Failure: nothing throws and nothing crashes. Setters answer false and log an NBLog level-4 line.
+// Getters answer as if the key were not stored (registered default, else absent, 0, false or nullopt).
+// A database file that is not a SQLite database is renamed aside to "<file>.corrupt-<unix time>" (never
+// deleted, so its bytes can be recovered), an error is logged and a fresh suite is started. A
+// preferences folder that cannot be written (read-only, or not ours) still lets an existing suite be
+// read: the database is then opened immutable and read-only, every setter fails and the files are left
+// untouched. An instance that could not open its database at all stays in that state (getters answer
+// registered defaults only); build a new instance to retry.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <filesystem>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+#include "nbbase/foundation/Value.h"
+
+struct sqlite3;
+struct sqlite3_stmt;
+
+namespace nb {
+
+class UserDefaults {
+public:
+    static constexpr int kBusyTimeoutMs = 10000;
+
+    // Opens (creating when needed) the suite's database in preferencesFolder. A suite name must be a
+    // plain file name: non-empty, without '/', NUL, or a leading '.'; an invalid name opens nothing.
+    UserDefaults(std::string suiteName, std::filesystem::path preferencesFolder);
+    ~UserDefaults();
+    UserDefaults(const UserDefaults&) = delete;
+    UserDefaults& operator=(const UserDefaults&) = delete;
+
+    const std::string& suiteName() const noexcept { return suiteName_; }
+    // "<preferencesFolder>/<suiteName>.sqlite3".
+    const std::filesystem::path& databasePath() const noexcept { return databasePath_; }
+    static std::string fileNameForSuite(std::string_view suiteName);
+
+    // Stored value, else registered default, else absent.
+    Value objectForKey(std::string_view key) const;
+    // A string as itself, a number as its string value; nullopt for a missing key or any other kind.
+    std::optional<std::string> stringForKey(std::string_view key) const;
+    // Numbers and strings convert by Value's rules; anything else, or a missing key, is 0 or false.
+    std::int64_t integerForKey(std::string_view key) const;
+    bool boolForKey(std::string_view key) const;
+    double doubleForKey(std::string_view key) const;
+    float floatForKey(std::string_view key) const;
+    // Only a value of that very kind; otherwise absent (nullopt for data).
+    Value arrayForKey(std::string_view key) const;
+    Value dictionaryForKey(std::string_view key) const;
+    std::optional<Data> dataForKey(std::string_view key) const;
+
+    // An absent value removes the key. A value that cannot be a property list (null, or holding one)
+    // is refused: false and a logged error, the stored value unchanged.
+    bool setObject(const Value& value, std::string_view forKey);
+    bool setInteger(std::int64_t value, std::string_view forKey);
+    bool setBool(bool value, std::string_view forKey);
+    bool setDouble(double value, std::string_view forKey);
+    bool setFloat(float value, std::string_view forKey);
+    bool setString(std::string value, std::string_view forKey);
+    bool removeObjectForKey(std::string_view key);
+
+    // Merges a dictionary into this instance's registered defaults (a later registration of a key
+    // replaces the earlier one). Anything but a dictionary is ignored with a logged error.
+    void registerDefaults(const Value& dictionary);
+
+    // Registered defaults overlaid with the stored values, as a dictionary.
+    Value dictionaryRepresentation() const;
+    // Only the stored key/values of this suite, as a dictionary (empty when nothing is stored or the
+    // database cannot be read). Rows whose bytes are not a property list are skipped.
+    Value persistentDomain() const;
+    // Removes every stored key of the suite in one transaction; the files stay, as other processes may
+    // have the suite open.
+    bool removePersistentDomain();
+    // Names of the suites stored in a folder, sorted; empty when the folder cannot be listed.
+    static std::vector<std::string> persistentDomainNames(const std::filesystem::path& preferencesFolder);
+
+private:
+    struct CachedValue {
+        std::string bytes;  // the stored property list the value was decoded from
+        Value value;
+    };
+    struct KeyHash {
+        using is_transparent = void;
+        std::size_t operator()(std::string_view s) const noexcept { return std::hash<std::string_view>{}(s); }
+    };
+
+    void open();
+    bool openConnection(bool readOnly);
+    void closeConnection();
+    bool moveAsideIfNotADatabase(int errorCode);
+    bool prepareStatements();
+    Value storedValueLocked(std::string_view key) const;
+    bool writeLocked(std::string_view key, const std::string* bytes, const char* what);
+    void logSqliteError(const char* what, int rc) const;
+
+    const std::string suiteName_;
+    const std::filesystem::path folder_;
+    const std::filesystem::path databasePath_;
+
+    mutable std::mutex mutex_;
+    sqlite3* db_ = nullptr;                 // guarded by mutex_; null when the suite could not be opened
+    bool readOnly_ = false;                 // guarded by mutex_
+    sqlite3_stmt* selectStatement_ = nullptr;   // guarded by mutex_
+    sqlite3_stmt* upsertStatement_ = nullptr;   // guarded by mutex_
+    sqlite3_stmt* deleteStatement_ = nullptr;   // guarded by mutex_
+    Value::Dictionary registered_;          // guarded by mutex_
+    mutable std::unordered_map<std::string, CachedValue, KeyHash, std::equal_to<>> decoded_;  // guarded by mutex_
+};
+
+}  // namespace nb
