@@ -14,23 +14,22 @@ namespace nb {
 
 namespace {
 
-std::filesystem::path executableFolder() {
+std::filesystem::path executablePath() {
 #if defined(__APPLE__)
     std::uint32_t size = 0;
     _NSGetExecutablePath(nullptr, &size);
     std::string buf(size, '\0');
     if (_NSGetExecutablePath(buf.data(), &size) != 0) return {};
-    std::filesystem::path exe(buf.c_str());
+    return std::filesystem::path(buf.c_str());
 #else
     std::error_code ec;
-    const std::filesystem::path exe = std::filesystem::read_symlink("/proc/self/exe", ec);
-    if (ec) return {};
+    std::filesystem::path exe = std::filesystem::read_symlink("/proc/self/exe", ec);
+    return ec ? std::filesystem::path() : exe;
 #endif
-    return exe.parent_path();
 }
 
 std::shared_ptr<const MainBundle> bundleBesideExecutable() {
-    const std::filesystem::path folder = executableFolder();
+    const std::filesystem::path folder = executablePath().parent_path();
     if (auto bundle = MainBundle::fromFolder(folder)) return bundle;
     return std::make_shared<const MainBundle>(Value(), folder);
 }
@@ -79,5 +78,10 @@ void MainBundle::setMain(std::shared_ptr<const MainBundle> bundle) {
 std::string MainBundle::bundleIdentifier() const { return info_["CFBundleIdentifier"].stringValue(); }
 std::string MainBundle::shortVersionString() const { return info_["CFBundleShortVersionString"].stringValue(); }
 std::string MainBundle::bundleVersion() const { return info_["CFBundleVersion"].stringValue(); }
+
+std::string MainBundle::executableName() const {
+    std::string name = info_["CFBundleExecutable"].stringValue();
+    return name.empty() ? executablePath().filename().string() : name;
+}
 
 }  // namespace nb

@@ -14,6 +14,8 @@
 #include <system_error>
 
 #include "nbbase/common/NBLog.h"
+#include "nbbase/foundation/Folders.h"
+#include "nbbase/foundation/MainBundle.h"
 #include "nbbase/foundation/PropertyList.h"
 
 namespace nb {
@@ -88,6 +90,16 @@ Value decodeBlob(sqlite3_stmt* statement, int column) {
 
 std::string UserDefaults::fileNameForSuite(std::string_view suiteName) {
     return std::string(suiteName) + std::string(kSuffix);
+}
+
+UserDefaults& UserDefaults::standardUserDefaults() {
+    static UserDefaults* const instance = [] {
+        const auto bundle = MainBundle::main();
+        std::string name = bundle->bundleIdentifier();
+        if (name.empty()) name = bundle->executableName();
+        return new UserDefaults(std::move(name), Folders::sharedInstance().preferencesFolder());
+    }();
+    return *instance;
 }
 
 UserDefaults::UserDefaults(std::string suiteName, std::filesystem::path preferencesFolder)

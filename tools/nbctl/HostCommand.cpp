@@ -95,7 +95,9 @@ int HostCommand::run() const {
     });
 
     fmt::print("NBBase reference host\nhome: {}\n", home);
-    const Folders folders(Folders::Environment{.home = home});
+    Folders::Environment environment;
+    environment.home = home;
+    const Folders folders(environment);
     const bool ok = playSettings(folders) && playQueues();
 
     NBLog::sharedInstance().setLogHandler(nullptr);

@@ -15,7 +15,6 @@ int main(int argc, char** argv) {
 
     CLI::App app{"nbctl: the NBBase command-line tool and reference host"};
     app.require_subcommand(1);
-    app.fallthrough();
     std::filesystem::path preferences = nb::Folders::fromProcessEnvironment().preferencesFolder();
     app.add_option("--preferences", preferences, "Preferences folder (default: $XDG_CONFIG_HOME, else ~/.config)");
 

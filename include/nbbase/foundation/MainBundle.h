@@ -38,6 +38,9 @@ public:
     std::string shortVersionString() const;
     std::string bundleVersion() const;
 
+    // "CFBundleExecutable", else the name of the running executable.
+    std::string executableName() const;
+
     const std::filesystem::path& bundlePath() const noexcept { return path_; }
     std::filesystem::path builtInPlugInsPath() const { return path_ / "PlugIns"; }
 

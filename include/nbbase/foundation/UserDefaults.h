@@ -55,6 +55,10 @@ public:
     // plain file name: non-empty, without '/', NUL, or a leading '.'; an invalid name opens nothing.
     UserDefaults(std::string suiteName, std::filesystem::path preferencesFolder);
     ~UserDefaults();
+
+    // The application's own suite: named after the main bundle's identifier (the executable's name when
+    // the bundle has none), in the user's preferences folder. Created on first use, never destroyed.
+    static UserDefaults& standardUserDefaults();
     UserDefaults(const UserDefaults&) = delete;
     UserDefaults& operator=(const UserDefaults&) = delete;
 
