@@ -173,8 +173,8 @@ void MainQueue::afterBlockingDrive() {
     }
 }
 
-std::size_t MainQueue::run() {
-    if (!mayDrive("run")) {
+std::size_t MainQueue::drive(const char* what, std::optional<Duration> limit) {
+    if (!mayDrive(what)) {
         return 0;
     }
     auto& io = *core_->io;
@@ -183,25 +183,18 @@ std::size_t MainQueue::run() {
         return 0;
     }
     const auto before = core_->ran;
-    io.run();
+    if (limit) {
+        io.run_for(*limit);
+    } else {
+        io.run();
+    }
     afterBlockingDrive();
     return core_->ran - before;
 }
 
-std::size_t MainQueue::runFor(Duration duration) {
-    if (!mayDrive("runFor")) {
-        return 0;
-    }
-    auto& io = *core_->io;
-    io.restart();
-    if (core_->stopRequested.exchange(false)) {
-        return 0;
-    }
-    const auto before = core_->ran;
-    io.run_for(duration);
-    afterBlockingDrive();
-    return core_->ran - before;
-}
+std::size_t MainQueue::run() { return drive("run", std::nullopt); }
+
+std::size_t MainQueue::runFor(Duration duration) { return drive("runFor", duration); }
 
 bool MainQueue::runUntil(const std::function<bool()>& done, Duration timeout) {
     if (!mayDrive("runUntil")) {

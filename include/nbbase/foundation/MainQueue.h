@@ -81,6 +81,8 @@ private:
 
     bool mayDrive(const char* what) const;
     void afterBlockingDrive();
+    // run() without a limit, runFor() with one.
+    std::size_t drive(const char* what, std::optional<Duration> limit);
 
     struct Core;
     std::shared_ptr<Core> core_;
