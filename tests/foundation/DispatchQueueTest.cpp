@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <functional>
 #include <memory>
 #include <stdexcept>
 
@@ -16,92 +15,49 @@ namespace {
 
 using test::EventLog;
 using test::kPatience;
+using namespace std::chrono_literals;
 using Clock = std::chrono::steady_clock;
 
-// A queue under test, and how the test waits for its tasks: the main queue must be driven by the waiting
-// thread, the pool queues only waited for.
-class Harness {
-public:
-    virtual ~Harness() = default;
-    virtual DispatchQueue& queue() = 0;
-    virtual bool waitForEvents(EventLog& log, std::size_t count) = 0;
-};
-
-class MainHarness final : public Harness {
-public:
-    explicit MainHarness(ThreadPool& pool) : queue_(pool) {}
-    DispatchQueue& queue() override { return queue_; }
-    bool waitForEvents(EventLog& log, std::size_t count) override {
-        return queue_.runUntil([&] { return log.size() >= count; }, kPatience);
+// Each kind on a pool of its own. The main queue must be driven by the waiting thread, the others only
+// waited for.
+class DispatchQueueTest : public testing::TestWithParam<std::string> {
+protected:
+    static std::unique_ptr<DispatchQueue> make(const std::string& kind, ThreadPool& pool) {
+        if (kind == "Serial") return std::make_unique<SerialQueue>("test.queue", pool);
+        if (kind == "Concurrent") return std::make_unique<ConcurrentQueue>("test.queue", pool);
+        return nullptr;
+    }
+    bool waitForEvents(std::size_t count) {
+        return own_ ? log_.waitForSize(count) : main_.runUntil([&] { return log_.size() >= count; }, kPatience);
     }
 
-private:
-    MainQueue queue_;
-};
-
-template <typename Queue>
-class PoolHarness final : public Harness {
-public:
-    explicit PoolHarness(ThreadPool& pool) : queue_("test.queue", pool) {}
-    DispatchQueue& queue() override { return queue_; }
-    bool waitForEvents(EventLog& log, std::size_t count) override { return log.waitForSize(count); }
-
-private:
-    Queue queue_;
-};
-
-struct QueueKind {
-    const char* name;
-    std::function<std::unique_ptr<Harness>(ThreadPool&)> make;
-};
-
-const QueueKind kMain{"Main", [](ThreadPool& pool) { return std::make_unique<MainHarness>(pool); }};
-const QueueKind kSerial{"Serial", [](ThreadPool& pool) { return std::make_unique<PoolHarness<SerialQueue>>(pool); }};
-const QueueKind kConcurrent{"Concurrent",
-                            [](ThreadPool& pool) { return std::make_unique<PoolHarness<ConcurrentQueue>>(pool); }};
-
-class DispatchQueueTest : public testing::TestWithParam<QueueKind> {
-protected:
     EventLog log_;  // first, so that it outlives every task still on the pool at teardown
     ThreadPool pool_{4};
-    std::unique_ptr<Harness> harness_ = GetParam().make(pool_);
-    DispatchQueue& queue_ = harness_->queue();
+    MainQueue main_{pool_};
+    std::unique_ptr<DispatchQueue> own_ = make(GetParam(), pool_);
+    DispatchQueue& queue_ = own_ ? *own_ : main_;
 };
 
-TEST_P(DispatchQueueTest, DelayedTaskRunsNoEarlierThanItsDelay) {
-    constexpr auto delay = std::chrono::milliseconds(40);
+TEST_P(DispatchQueueTest, DelayedTaskRunsNoEarlierThanItsDelayAndCancelledOneNever) {
+    auto captured = std::make_shared<int>(0);
+    std::weak_ptr<int> watch = captured;
+    auto cancelled = queue_.asyncAfter(10ms, [&log_ = log_, captured] { log_.add(-1); });
+    captured.reset();
+    ASSERT_TRUE(cancelled.cancel());
+    EXPECT_TRUE(watch.expired()) << "a cancelled task releases its captures at once";
+    EXPECT_EQ(cancelled.status(), Cancellable::Status::Cancelled);
+    EXPECT_TRUE(cancelled.cancel()) << "a second cancel still guarantees the task never runs";
+
     const auto submitted = Clock::now();
     std::atomic<Clock::time_point> ranAt{};
-    queue_.asyncAfter(delay, [&] {
+    auto started = queue_.asyncAfter(150ms, [&] {  // well after the cancelled one was due
         ranAt = Clock::now();
         log_.add(1);
     });
-    ASSERT_TRUE(harness_->waitForEvents(log_, 1));
-    EXPECT_GE(ranAt.load() - submitted, delay);
-}
-
-TEST_P(DispatchQueueTest, CancelledDelayedTaskNeverRunsAndReleasesItsCaptures) {
-    auto captured = std::make_shared<int>(0);
-    std::weak_ptr<int> watch = captured;
-    auto handle = queue_.asyncAfter(std::chrono::milliseconds(10), [&log_ = log_, captured] { log_.add(-1); });
-    captured.reset();
-    ASSERT_TRUE(handle.cancel());
-    EXPECT_TRUE(watch.expired());
-    EXPECT_EQ(handle.status(), Cancellable::Status::Cancelled);
-    EXPECT_TRUE(handle.cancel()) << "a second cancel still guarantees the task never runs";
-
-    // Well after the cancelled one was due.
-    queue_.asyncAfter(std::chrono::milliseconds(150), [&] { log_.add(1); });
-    ASSERT_TRUE(harness_->waitForEvents(log_, 1));
+    ASSERT_TRUE(waitForEvents(1));
+    EXPECT_GE(ranAt.load() - submitted, 150ms);
     EXPECT_EQ(log_.events(), std::vector<int>{1});
-}
-
-TEST_P(DispatchQueueTest, CancelAnswersFalseOnceTheTaskHasStarted) {
-    auto handle = queue_.asyncAfter(Clock::duration::zero(), [&] { log_.add(1); });
-    ASSERT_TRUE(harness_->waitForEvents(log_, 1));
-    EXPECT_FALSE(handle.cancel());
-    // The log is written inside the task, so it may still be returning.
-    EXPECT_NE(handle.status(), Cancellable::Status::Cancelled);
+    EXPECT_FALSE(started.cancel());
     EXPECT_FALSE(queue_.asyncAfter(Clock::duration::zero(), {}));
 }
 
@@ -109,39 +65,31 @@ TEST_P(DispatchQueueTest, ThrowingTaskIsContainedAndTheQueueGoesOn) {
     queue_.async([] { throw std::runtime_error("task failure"); });
     queue_.asyncAfter(Clock::duration::zero(), [] { throw 42; });
     queue_.async([&] { log_.add(1); });
-    queue_.asyncAfter(std::chrono::milliseconds(20), [&] { log_.add(2); });
-    ASSERT_TRUE(harness_->waitForEvents(log_, 2));
+    queue_.asyncAfter(20ms, [&] { log_.add(2); });
+    ASSERT_TRUE(waitForEvents(2));
 }
 
-INSTANTIATE_TEST_SUITE_P(AllKinds, DispatchQueueTest, testing::Values(kMain, kSerial, kConcurrent),
-                         [](const auto& info) { return std::string(info.param.name); });
+INSTANTIATE_TEST_SUITE_P(AllKinds, DispatchQueueTest, testing::Values("Main", "Serial", "Concurrent"),
+                         [](const auto& info) { return info.param; });
 
 // Queues that promise order.
 class OrderedQueueTest : public DispatchQueueTest {};
 
+// A task submitted from a task runs after its submitter returns.
 TEST_P(OrderedQueueTest, TasksFromOneThreadRunInSubmissionOrder) {
     constexpr int count = 500;
-    for (int i = 0; i < count; ++i) {
-        queue_.async([this, i] { log_.add(i); });
-    }
-    ASSERT_TRUE(harness_->waitForEvents(log_, count));
-    const auto events = log_.events();
-    for (int i = 0; i < count; ++i) {
-        ASSERT_EQ(events[static_cast<std::size_t>(i)], i);
-    }
-}
-
-TEST_P(OrderedQueueTest, TaskSubmittedFromATaskRunsAfterItsSubmitterReturns) {
+    for (int i = 0; i < count; ++i) queue_.async([this, i] { log_.add(i); });
     queue_.async([this] {
-        queue_.async([this] { log_.add(2); });
-        log_.add(1);
+        queue_.async([this] { log_.add(count + 1); });
+        log_.add(count);
     });
-    ASSERT_TRUE(harness_->waitForEvents(log_, 2));
-    EXPECT_EQ(log_.events(), (std::vector<int>{1, 2}));
+    ASSERT_TRUE(waitForEvents(count + 2));
+    const auto events = log_.events();
+    for (int i = 0; i < count + 2; ++i) ASSERT_EQ(events[static_cast<std::size_t>(i)], i);
 }
 
-INSTANTIATE_TEST_SUITE_P(SerialKinds, OrderedQueueTest, testing::Values(kMain, kSerial),
-                         [](const auto& info) { return std::string(info.param.name); });
+INSTANTIATE_TEST_SUITE_P(SerialKinds, OrderedQueueTest, testing::Values("Main", "Serial"),
+                         [](const auto& info) { return info.param; });
 
 }  // namespace
 }  // namespace nb

@@ -16,20 +16,15 @@ inline constexpr auto kPatience = 20s;
 class EventLog {
 public:
     void add(int event) {
-        {
-            std::lock_guard lock(mutex_);
-            events_.push_back(event);
-        }
+        std::lock_guard lock(mutex_);
+        events_.push_back(event);
         changed_.notify_all();
     }
     std::vector<int> events() const {
         std::lock_guard lock(mutex_);
         return events_;
     }
-    std::size_t size() const {
-        std::lock_guard lock(mutex_);
-        return events_.size();
-    }
+    std::size_t size() const { return events().size(); }
     bool waitForSize(std::size_t count, std::chrono::steady_clock::duration timeout = kPatience) {
         std::unique_lock lock(mutex_);
         return changed_.wait_for(lock, timeout, [&] { return events_.size() >= count; });
@@ -46,10 +41,8 @@ private:
 class Gate {
 public:
     void open() {
-        {
-            std::lock_guard lock(mutex_);
-            open_ = true;
-        }
+        std::lock_guard lock(mutex_);
+        open_ = true;
         changed_.notify_all();
     }
     bool pass() {
