@@ -1,3 +1,4 @@
+#include "TempDir.h"
 #include "nbbase/foundation/Folders.h"
 
 #include <cstdlib>
@@ -54,15 +55,7 @@ TEST(Folders, ResolvesFromHomeXdgAndThePasswordDatabase) {
 
 class FoldersOnDisk : public testing::Test {
 protected:
-    void SetUp() override {
-        std::string pattern = testing::TempDir() + "nbbase-folders-XXXXXX";
-        ASSERT_NE(::mkdtemp(pattern.data()), nullptr);
-        root_ = pattern;
-    }
-    void TearDown() override {
-        std::error_code ignored;
-        fs::remove_all(root_, ignored);
-    }
+    void SetUp() override { ASSERT_FALSE(root_.empty()); }
     static unsigned modeOf(const fs::path& path) {
         struct stat info {};
         EXPECT_EQ(::stat(path.c_str(), &info), 0) << path;
@@ -72,7 +65,8 @@ protected:
         return Folders(Env{(root_ / "home").string(), std::move(config), kUnset, kUnset}, kXdg, [] { return kUnset; });
     }
 
-    fs::path root_;
+    nbtest::TempDir dir_{"nbbase-folders"};
+    const fs::path root_ = dir_.path();
 };
 
 TEST_F(FoldersOnDisk, OnlyEnsureCreatesAndItCreatesEveryMissingLevelPrivately) {

@@ -1,3 +1,4 @@
+#include "TempDir.h"
 #include "nbbase/foundation/Localization.h"
 
 #include <atomic>
@@ -26,21 +27,7 @@ const char* const kUntranslated = "Obtain game";
 const std::vector<std::string> kEnglish = {kUnknown, kFormat, kUntranslated, ""};
 const std::vector<std::string> kChinese = {"发生未知错误", "错误码:%ld-%ld-%ld", kUntranslated, ""};
 
-class TempFolder {
-public:
-    TempFolder() {
-        std::string pattern = testing::TempDir() + "nbbase-locale-XXXXXX";
-        if (::mkdtemp(pattern.data()) != nullptr) path_ = pattern;
-    }
-    ~TempFolder() {
-        std::error_code ignored;
-        if (!path_.empty()) fs::remove_all(path_, ignored);
-    }
-    const fs::path& path() const { return path_; }
-
-private:
-    fs::path path_;
-};
+using TempFolder = nbtest::TempDir;
 
 // The folder rule is pure file-system inspection, so every branch is checked in process.
 TEST(LocalizationDirectory, ChoosesOverrideThenInstalledCatalogueThenBuildTree) {

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include "TempDir.h"
 #include "nbbase/foundation/MainBundle.h"
 #include "nbbase/foundation/PropertyList.h"
 
@@ -10,18 +11,12 @@ namespace {
 
 class MainBundleTest : public testing::Test {
 protected:
-    void SetUp() override {
-        std::string pattern = (std::filesystem::temp_directory_path() / "nbbundle-XXXXXX").string();
-        ASSERT_NE(mkdtemp(pattern.data()), nullptr);
-        folder_ = pattern;
-    }
-    void TearDown() override {
-        nb::MainBundle::setMain(nullptr);
-        std::filesystem::remove_all(folder_);
-    }
+    void SetUp() override { ASSERT_FALSE(folder_.empty()); }
+    void TearDown() override { nb::MainBundle::setMain(nullptr); }
     void writeInfo(const std::string& bytes) const { std::ofstream(folder_ / "Info.plist") << bytes; }
 
-    std::filesystem::path folder_;
+    nbtest::TempDir dir_{"nbbundle"};
+    const std::filesystem::path folder_ = dir_.path();
 };
 
 TEST_F(MainBundleTest, ReadsInfoPlistInEitherFormat) {

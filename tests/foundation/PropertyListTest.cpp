@@ -1,3 +1,4 @@
+#include "TempDir.h"
 #include "nbbase/foundation/PropertyList.h"
 
 #include <gtest/gtest.h>
@@ -172,15 +173,13 @@ TEST(PropertyListRead, DeepNestingAndExponentialSharingAreRefused) {
 }
 
 TEST(PropertyListRead, FileIsReadAfreshAndMissingFileIsAbsent) {
-    const auto dir = std::filesystem::temp_directory_path() / ("nbplist-" + std::to_string(::getpid()));
-    std::filesystem::create_directories(dir);
-    const auto path = dir / "Config.plist";
+    const nbtest::TempDir dir("nbplist");
+    const auto path = dir.path() / "Config.plist";
     EXPECT_TRUE(PropertyList::readFile(path).isAbsent());
     for (int version : {1, 2}) {
         std::ofstream(path, std::ios::binary) << asText(*PropertyList::write(Value::dictionary({{"v", version}}), Format::Xml));
         EXPECT_EQ(PropertyList::readFile(path)["v"], Value(version));
     }
-    std::filesystem::remove_all(dir);
 }
 
 }  // namespace

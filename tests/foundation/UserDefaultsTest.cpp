@@ -1,3 +1,4 @@
+#include "TempDir.h"
 #include "nbbase/foundation/UserDefaults.h"
 
 #include <gtest/gtest.h>
@@ -79,24 +80,15 @@ std::string contents(const fs::path& path) {
 
 class UserDefaultsTest : public ::testing::Test {
 protected:
-    void SetUp() override {
-        std::string pattern = (fs::temp_directory_path() / "nbdefaults-XXXXXX").string();
-        ASSERT_NE(::mkdtemp(pattern.data()), nullptr);
-        root_ = pattern;
-        folder_ = root_ / "Preferences";
-    }
-    void TearDown() override {
-        std::error_code ec;
-        fs::permissions(folder_, fs::perms::owner_all, ec);
-        fs::remove_all(root_, ec);
-    }
+    void SetUp() override { ASSERT_FALSE(root_.empty()); }
     fs::path database(const std::string& suite) const { return folder_ / UserDefaults::fileNameForSuite(suite); }
     std::vector<std::string> storedKeys(const std::string& suite) const {
         return query(database(suite), "SELECT key FROM preferences ORDER BY key");
     }
 
-    fs::path root_;
-    fs::path folder_;
+    nbtest::TempDir dir_{"nbdefaults"};
+    const fs::path root_ = dir_.path();
+    const fs::path folder_ = root_ / "Preferences";
 };
 
 TEST_F(UserDefaultsTest, RegisteredDefaultsAnswerUntilAValueIsStoredAndAreNeverWritten) {

@@ -8,6 +8,7 @@
 
 #include <gtest/gtest.h>
 
+#include "TempDir.h"
 #include "nbbase/foundation/Json.h"
 #include "nbbase/foundation/UserDefaults.h"
 
@@ -21,12 +22,7 @@ struct Outcome {
 
 class NbctlTest : public testing::Test {
 protected:
-    void SetUp() override {
-        std::string pattern = (std::filesystem::temp_directory_path() / "nbctl-test-XXXXXX").string();
-        ASSERT_NE(mkdtemp(pattern.data()), nullptr);
-        folder_ = pattern;
-    }
-    void TearDown() override { std::filesystem::remove_all(folder_); }
+    void SetUp() override { ASSERT_FALSE(folder_.empty()); }
 
     // Runs nbctl with the test's preferences folder; arguments are single-quoted for the shell.
     Outcome nbctl(const std::string& args) const {
@@ -54,7 +50,8 @@ protected:
         return nb::Json::decode(o.out, {.allowFragments = true}).value_or(nb::Value());
     }
 
-    std::filesystem::path folder_;
+    nbtest::TempDir dir_{"nbctl-test"};
+    const std::filesystem::path folder_ = dir_.path();
 };
 
 bool oneLine(const std::string& text) {
