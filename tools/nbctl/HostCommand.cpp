@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <memory>
 #include <system_error>
 
 #include <fmt/format.h>
@@ -57,15 +58,16 @@ bool playSettings(const Folders& folders) {
 bool playQueues() {
     section("queues");
     MainQueue& main = MainQueue::sharedInstance();
-    std::atomic<bool> delivered{false};
-    ConcurrentQueue::global().async([&main, &delivered] {
+    // Shared with the tasks: they may still run after a timeout has ended this function.
+    auto delivered = std::make_shared<std::atomic<bool>>(false);
+    ConcurrentQueue::global().async([&main, delivered] {
         NBLog::sharedInstance().log(2, "background work done, handing the result to the main queue");
-        main.async([&main, &delivered] {
+        main.async([&main, delivered] {
             fmt::print("result delivered on the main thread: {}\n", main.isMainThread() ? "yes" : "no");
-            delivered = true;
+            delivered->store(true);
         });
     });
-    if (!main.runUntil([&delivered] { return delivered.load(); }, std::chrono::seconds(10))) {
+    if (!main.runUntil([&delivered] { return delivered->load(); }, std::chrono::seconds(10))) {
         fmt::print(stderr, "nbctl: the main queue received nothing in 10 seconds\n");
         return false;
     }
