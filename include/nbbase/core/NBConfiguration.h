@@ -62,8 +62,9 @@ public:
     using MainBundleProvider = std::function<std::shared_ptr<const MainBundle>()>;
     using PreferredLanguagesProvider = std::function<std::vector<std::string>()>;
 
-    // userDefaults may be null. The configuration file is homeFolder / kSdkConfigFileName. Registers the
-    // suite's defaults (registerDefaults()).
+    // userDefaults may be null. The configuration file is homeFolder / kSdkConfigFileName. The providers are
+    // called on whichever thread asks (gameTags, checkSupplyId, language), on every call, so they must be
+    // thread-safe; an empty provider counts as no bundle or no languages. Registers the suite's defaults.
     NBConfiguration(std::shared_ptr<UserDefaults> userDefaults, std::filesystem::path homeFolder,
                     MainBundleProvider mainBundle = &MainBundle::main,
                     PreferredLanguagesProvider preferredLanguages = &PreferredLanguages::current);
