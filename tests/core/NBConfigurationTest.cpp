@@ -1,0 +1,306 @@
+#include "nbbase/core/NBConfiguration.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "TempDir.h"
+#include "nbbase/common/NBLog.h"
+#include "nbbase/foundation/PropertyList.h"
+
+namespace nb {
+namespace {
+
+namespace fs = std::filesystem;
+using Opt = std::optional<std::string>;
+
+class NBConfigurationTest : public testing::Test {
+protected:
+    void SetUp() override {
+        ASSERT_FALSE(dir_.path().empty());
+        fs::create_directories(home_);
+    }
+
+    std::shared_ptr<UserDefaults> suite() const {
+        return std::make_shared<UserDefaults>(std::string(NBConfiguration::kSuiteName), dir_.path() / "prefs");
+    }
+    std::unique_ptr<NBConfiguration> make(std::shared_ptr<UserDefaults> defaults) {
+        return std::make_unique<NBConfiguration>(
+            std::move(defaults), home_, [this] { return bundle_; }, [this] { return preferred_; });
+    }
+    void setBundle(Value info) { bundle_ = std::make_shared<MainBundle>(std::move(info), home_); }
+    void writeFile(const std::string& bytes) const {
+        std::ofstream(home_ / NBConfiguration::kSdkConfigFileName, std::ios::binary | std::ios::trunc) << bytes;
+    }
+    void writeConfig(const Value& root, PropertyList::Format format = PropertyList::Format::Xml) const {
+        const auto bytes = PropertyList::write(root, format);
+        ASSERT_TRUE(bytes);
+        writeFile(std::string(bytes->begin(), bytes->end()));
+    }
+
+    nbtest::TempDir dir_{"nbconfig"};
+    const fs::path home_ = dir_.path() / "home";
+    std::shared_ptr<const MainBundle> bundle_;
+    std::vector<std::string> preferred_{"fr_FR", "en"};
+    std::unique_ptr<NBConfiguration> config_ = make(suite());
+};
+
+TEST_F(NBConfigurationTest, FreshSuiteAnswersRegisteredAndUnsetDefaults) {
+    const auto& c = *config_;
+    EXPECT_EQ(c.fps(), 60);
+    EXPECT_EQ(c.frameSize(), (Size{1920, 1080}));
+    EXPECT_EQ(c.vipFlags(), 0);
+    EXPECT_EQ(c.nimboToken(), std::nullopt);
+    EXPECT_TRUE(c.userProfile().isAbsent());
+    using C = NBConfiguration;
+    const std::pair<bool (C::*)() const, bool> flags[] = {
+        {&C::isFullScreen, true},           {&C::checkNetworkStable, true},  {&C::enableMenuShortCutTips, true},
+        {&C::enableDisplayDelayTips, true}, {&C::showStatisticWidget, true}, {&C::firstLaunchGame, true},
+        {&C::menuTipsShown, false},         {&C::enableUnlockMoueShortcutTips, false},
+    };
+    // Without a suite every getter answers NO, even those that default to YES.
+    const auto detached = make(nullptr);
+    detached->setFps(30);
+    detached->checkSupplyId();
+    int row = 0;
+    for (const auto& [get, fresh] : flags) {
+        EXPECT_EQ(std::invoke(get, c), fresh) << "row " << row;
+        EXPECT_FALSE(std::invoke(get, *detached)) << "row " << row++;
+    }
+    EXPECT_EQ(detached->fps(), 0);
+    EXPECT_EQ(detached->supplyId(), std::nullopt);
+    // Registered defaults are never written.
+    EXPECT_EQ(config_->userDefaults()->persistentDomain().size(), 0u);
+}
+
+TEST_F(NBConfigurationTest, StoredFormsAndKeys) {
+    config_->setFrameSize({1280.9, -720.5});
+    config_->setSysMouseAcceleration(0.1);
+    config_->setStepCost(12, 2.5);
+    config_->setPictureQualityInterestExpiredTime(true, 1700000000);
+    config_->setCheckNetworkStable(false);
+    const Value stored = config_->userDefaults()->persistentDomain();
+    EXPECT_EQ(stored["videoDisplayWidth"], Value(1280));
+    EXPECT_EQ(stored["videoDisplayHeight"], Value(-720));
+    EXPECT_EQ(stored["step_12"], Value(2.5));
+    EXPECT_EQ(stored["svip_pqendtime"], Value(1700000000));
+    EXPECT_EQ(config_->sysMouseAcceleration(), static_cast<double>(0.1f));
+    EXPECT_EQ(config_->getPictureQualityInterestExpiredTime(false), 0);
+    EXPECT_FALSE(config_->checkNetworkStable());
+}
+
+TEST_F(NBConfigurationTest, ConfigurationFileStates) {
+    const auto game = [](Value section) { return Value::dictionary({{"game", std::move(section)}}); };
+    const auto env = [&](Value v) { writeConfig(game(Value::dictionary({{"envType", std::move(v)}}))); };
+    const Opt nil;
+    const struct {
+        const char* name;
+        std::function<void()> prepare;
+        Value found;  // getSdkConfigValue("envType", "game")
+        std::int64_t envType;
+        Opt logLevel;
+        bool nimboLog;
+    } cases[] = {
+        {"missing", [] {}, Value(""), 1, "", false},
+        {"folder", [&] { fs::create_directory(home_ / NBConfiguration::kSdkConfigFileName); }, Value(""), 1, "", false},
+        {"empty", [&] { writeFile(""); }, Value(), 1, nil, false},
+        {"garbage", [&] { writeFile("bplist00\xff\x01\x02<dict>"); }, Value(), 1, nil, false},
+        {"array root", [&] { writeConfig(Value::array({game(Value::dictionary({{"envType", "0"}}))})); }, Value(), 1,
+         nil, false},
+        {"section not a dictionary", [&] { writeConfig(game(Value("envType"))); }, Value(), 1, nil, false},
+        {"no key", [&] { writeConfig(game(Value::dictionary({}))); }, Value(), 1, nil, false},
+        {"envType 0", [&] { env("0"); }, Value("0"), 0, nil, false},
+        {"envType empty", [&] { env(""); }, Value(""), 1, nil, false},
+        {"binary, numbers",
+         [&] {
+             const Value debug = Value::dictionary({{"log_level", 3}, {"enable_nimbo_log", "YES"}});
+             writeConfig(Value::dictionary({{"game", Value::dictionary({{"envType", 0}})}, {"debug", debug}}),
+                         PropertyList::Format::Binary);
+         },
+         Value(0), 0, "3", true},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        fs::remove_all(home_ / NBConfiguration::kSdkConfigFileName);
+        c.prepare();
+        const Value found = config_->getSdkConfigValue("envType", "game");
+        EXPECT_TRUE(found.kind() == c.found.kind() && found == c.found) << found.description();
+        EXPECT_EQ(config_->envType(), c.envType);
+        EXPECT_EQ(config_->logLevel(), c.logLevel);
+        EXPECT_EQ(config_->enableNimboLog(), c.nimboLog);
+        const std::string test = c.envType == 0 ? "-test" : "";
+        EXPECT_EQ(config_->authApiBase(), "https://auth" + test + ".korvane-nimbo.com");
+        EXPECT_EQ(config_->gameApiBase(), "https://api" + test + ".korvane-nimbo.com");
+        EXPECT_EQ(config_->webApiBase(), "https://www" + test + ".korvane-nimbo.com");
+    }
+}
+
+TEST_F(NBConfigurationTest, FileIsReadOnEveryCallAndIsTheOnlySource) {
+    const auto withEnv = [](const char* env) {
+        return Value::dictionary({{"game", Value::dictionary({{"envType", env}})},
+                                  {"debug", Value::dictionary({{"enable_sdk_log", true}})}});
+    };
+    writeConfig(withEnv("0"));
+    EXPECT_EQ(config_->envType(), 0);
+    writeConfig(withEnv("1"));
+    config_->setEnvType(0);
+    config_->setEnableSdkLog(false);
+    EXPECT_EQ(config_->envType(), 1);
+    EXPECT_TRUE(config_->enableSdkLog());
+    fs::remove(home_ / NBConfiguration::kSdkConfigFileName);
+    EXPECT_FALSE(config_->enableSdkLog());
+}
+
+TEST_F(NBConfigurationTest, GameTags) {
+    const struct {
+        std::optional<Value> tags;  // nullopt: no file at all
+        const char* version;
+        const char* payChannel;
+        Opt expected;
+    } cases[] = {
+        {Value("beta"), "0.0.1", "korvane", "beta"},
+        {Value(), "0.0.1", "", "mac_release"},
+        {Value(), "3.9999.1", "", "mac_release"},
+        {Value(), "3.2.0", "korvane", "mac_release"},
+        {Value(), "3.2.0", "other", std::nullopt},
+        {Value(""), "3.2.0", "other", ""},
+        {std::nullopt, "3.2.0", "other", ""},
+        {std::nullopt, "39999.1", "other", ""},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(std::string(c.version) + " " + c.payChannel);
+        fs::remove(home_ / NBConfiguration::kSdkConfigFileName);
+        if (c.tags) writeConfig(Value::dictionary({{"game", Value::dictionary({{"game_tags", *c.tags}})}}));
+        setBundle(Value::dictionary({{"CFBundleShortVersionString", c.version}, {"NIMBOPayChannel", c.payChannel}}));
+        EXPECT_EQ(config_->gameTags(), c.expected);
+    }
+}
+
+TEST_F(NBConfigurationTest, SupplyIdIsDecidedOnceFromTheBundle) {
+    const struct {
+        Value channel;
+        const char* expected;
+    } cases[] = {{Value(), "nimbo"}, {Value(""), "nimbo"}, {Value(7), "nimbo"}, {Value("store"), "store"}};
+    for (const auto& c : cases) {
+        config_->userDefaults()->removePersistentDomain();
+        setBundle(Value::dictionary({{"NIMBODistributionChannel", c.channel}}));
+        config_->checkSupplyId();
+        setBundle(Value::dictionary({{"NIMBODistributionChannel", "later"}}));
+        config_->checkSupplyId();
+        EXPECT_EQ(config_->supplyId(), c.expected);
+    }
+}
+
+TEST_F(NBConfigurationTest, UserProfileDropsTopLevelNullsOnly) {
+    NBLog::sharedInstance().setLogHandler([](std::int32_t, const std::string&) {});
+    config_->setUserProfile(Value::dictionary({{"name", "ann"}, {"avatar", Value::null()}}));
+    EXPECT_EQ(config_->userProfile(), Value::dictionary({{"name", "ann"}}));
+    // The suite refuses a nested null and a non-dictionary is refused here: the stored profile stays.
+    config_->setUserProfile(Value::dictionary({{"name", "bob"}, {"extra", Value::array({Value::null()})}}));
+    config_->setUserProfile(Value("ann"));
+    EXPECT_EQ(config_->userProfile(), Value::dictionary({{"name", "ann"}}));
+    config_->setUserProfile(Value());
+    EXPECT_TRUE(config_->userProfile().isAbsent());
+    NBLog::sharedInstance().setLogHandler({});
+}
+
+TEST_F(NBConfigurationTest, PerGameKeys) {
+    const Opt nil;
+    const struct {
+        std::function<void(NBConfiguration&)> write;
+        const char* key;  // nullptr: nothing may be written
+    } cases[] = {
+        {[](auto& c) { c.setSvipFrameAlert("7", true); }, "7bd_alert"},
+        {[](auto& c) { c.setSvipFrameAlert("", true); }, "bd_alert"},
+        {[&](auto& c) { c.setSvipFrameAlert(nil, true); }, nullptr},
+        {[](auto& c) { c.setFrameByGameId("1234", 0); }, "1234_frame"},
+        {[](auto& c) { c.setFrameByGameId("", 90); }, nullptr},
+        {[&](auto& c) { c.setFrameByGameId(nil, 90); }, nullptr},
+        {[](auto& c) { c.setMouseLock("9", false); }, "9_mouselock"}, {[](auto& c) { c.setMouseLock("", 1); }, nullptr},
+        {[](auto& c) { c.setFpsByGameId("9", 30); }, "9_fps"}, {[](auto& c) { c.setFpsByGameId("", 30); }, nullptr},
+        {[](auto& c) { c.setEnableVideoQuality("9", true); }, "9_enhance"},
+        {[](auto& c) { c.setEnableVideoQuality("", true); }, nullptr},
+        {[](auto& c) { c.setEnableAgainstMenuTouch("9", true); }, "9_againstMenuTouch"},
+        {[](auto& c) { c.setEnableAgainstMenuTouch("", true); }, nullptr},
+    };
+    const auto defaults = config_->userDefaults();
+    for (const auto& c : cases) {
+        defaults->removePersistentDomain();
+        c.write(*config_);
+        const Value stored = defaults->persistentDomain();
+        EXPECT_EQ(stored.size(), c.key ? 1u : 0u) << (c.key ? c.key : "nothing");
+        EXPECT_TRUE(c.key == nullptr || stored.contains(c.key)) << c.key;
+    }
+    // A value set to NO or 0 is told apart from one never set.
+    defaults->removePersistentDomain();
+    config_->setFrameByGameId("1234", 0);
+    config_->setMouseLock("1234", false);
+    EXPECT_TRUE(config_->hasFrameByGameId("1234"));
+    EXPECT_TRUE(config_->existMouseLock("1234"));
+    EXPECT_FALSE(config_->hasFpsByGameId("1234"));
+    // Unguarded reads form a key from the empty id; guarded ones and nil never do.
+    ASSERT_TRUE(defaults->setBool(true, "_enhance") && defaults->setInteger(45, "_fps") &&
+                defaults->setBool(true, "bd_alert") && defaults->setInteger(5, "_frame"));
+    EXPECT_TRUE(config_->enableVideoQuality(""));
+    EXPECT_EQ(config_->getFpsByGameId(""), 45);
+    EXPECT_TRUE(config_->showSvipFrameAlert(""));
+    EXPECT_FALSE(config_->hasEnableVideoQuality("") || config_->hasFpsByGameId("") || config_->hasFrameByGameId(""));
+    EXPECT_EQ(config_->getFrameByGameId(""), 0);
+    EXPECT_FALSE(config_->enableVideoQuality(nil) || config_->showSvipFrameAlert(nil));
+    EXPECT_EQ(config_->getFpsByGameId(nil), 0);
+}
+
+TEST_F(NBConfigurationTest, SvipFlagsPersistOnlyThroughCapitalV) {
+    config_->setSvipFlags(3);
+    EXPECT_EQ(config_->svipFlags(), 0);
+    config_->setSVipFlags(2);
+    config_->setSvipFlags(5);
+    EXPECT_EQ(config_->svipFlags(), 2);
+}
+
+TEST_F(NBConfigurationTest, Language) {
+    EXPECT_EQ(config_->language(), "fr_FR");
+    config_->userDefaults()->setObject(Value::array({}), "AppleLanguages");
+    EXPECT_EQ(config_->language(), "fr_FR");
+    config_->setLanguage("ja");
+    config_->setLanguage(std::nullopt);
+    EXPECT_EQ(config_->userDefaults()->objectForKey("AppleLanguages"), Value::array({"ja"}));
+    EXPECT_EQ(config_->language(), "ja");
+}
+
+TEST_F(NBConfigurationTest, InstancesOnOneSuiteShareValues) {
+    const auto other = make(suite());
+    config_->setNimboToken("token");
+    config_->setFps(30);
+    EXPECT_EQ(other->nimboToken(), "token");
+    EXPECT_EQ(other->fps(), 30);
+    other->setNimboToken(std::nullopt);
+    EXPECT_EQ(config_->nimboToken(), std::nullopt);
+}
+
+TEST_F(NBConfigurationTest, SuiteCanBeSwappedWhileOtherThreadsRead) {
+    const auto first = config_->userDefaults();
+    const auto second = suite();
+    make(second);  // registers its defaults
+    std::atomic<bool> stop{false};
+    std::atomic<int> reads{0};
+    std::thread reader([&] {
+        while (!stop.load()) {
+            if (config_->fps() != 60) ADD_FAILURE() << "read a suite without its defaults";
+            ++reads;
+        }
+    });
+    for (int i = 0; i < 200 || reads.load() < 50; ++i) config_->setUserDefaults(i % 2 ? first : second);
+    stop = true;
+    reader.join();
+}
+
+}  // namespace
+}  // namespace nb
