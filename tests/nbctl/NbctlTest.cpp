@@ -4,6 +4,7 @@
 #include <array>
 #include <cstdio>
 #include <filesystem>
+#include <fstream>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -25,9 +26,9 @@ protected:
     void SetUp() override { ASSERT_FALSE(folder_.empty()); }
 
     // Runs nbctl with the test's preferences folder; arguments are single-quoted for the shell.
-    Outcome nbctl(const std::string& args) const {
+    Outcome nbctl(const std::string& args, const std::string& environment = "") const {
         const std::string errFile = (folder_ / "stderr.txt").string();
-        const std::string command = std::string(NBBASE_NBCTL_PATH) + " --preferences '" + folder_.string() +
+        const std::string command = environment + " " + NBBASE_NBCTL_PATH + " --preferences '" + folder_.string() +
                                     "' " + args + " 2>'" + errFile + "'";
         Outcome outcome;
         FILE* pipe = popen(command.c_str(), "r");
@@ -137,6 +138,23 @@ TEST_F(NbctlTest, FailuresAreOneLineWithAnExitCode) {
     }
     // A failed write leaves the stored value alone.
     EXPECT_EQ(nbctl("defaults read present k").out, "v\n");
+}
+
+TEST_F(NbctlTest, ConfigShowsTheFileSwitchesAndTheStoredIdentity) {
+    const auto home = folder_ / "home";
+    std::filesystem::create_directories(home);
+    std::ofstream(home / "com.korvane.nimbo.cgsysconfig.plist")
+        << "<plist><dict><key>game</key><dict><key>envType</key><string>0</string></dict>"
+           "<key>debug</key><dict><key>enable_sdk_log</key><true/></dict></dict></plist>";
+    ASSERT_EQ(nbctl("defaults write com.korvane.nimbo.mac userId u-42").exitCode, 0);
+
+    const Outcome o = nbctl("config --json", "HOME='" + home.string() + "'");
+    ASSERT_EQ(o.exitCode, 0) << o.err;
+    const nb::Value report = nb::Json::decode(o.out).value_or(nb::Value());
+    EXPECT_EQ(report["environment"]["authApiBase"], nb::Value("https://auth-test.korvane-nimbo.com"));
+    EXPECT_EQ(report["switches"]["enableSdkLog"], nb::Value(true));
+    EXPECT_EQ(report["identity"]["userId"], nb::Value("u-42"));
+    EXPECT_EQ(report["client"]["fps"], nb::Value(60));
 }
 
 TEST_F(NbctlTest, ReferenceHostFinishes) {

@@ -95,7 +95,7 @@ Value ConfigCommand::report(const NBConfiguration& c) {
 
 int ConfigCommand::run() const {
     const Folders folders = Folders::fromProcessEnvironment();
-    NBConfiguration configuration(std::make_shared<UserDefaults>(NBConfiguration::kSuiteName, folder_),
+    NBConfiguration configuration(std::make_shared<UserDefaults>(std::string(NBConfiguration::kSuiteName), folder_),
                                   folders.homeFolder());
     const Value value = report(configuration);
     if (json_) {

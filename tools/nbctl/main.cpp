@@ -5,6 +5,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include "ConfigCommand.h"
 #include "DefaultsCommand.h"
 #include "HostCommand.h"
 #include "nbbase/foundation/Folders.h"
@@ -19,6 +20,7 @@ int main(int argc, char** argv) {
     app.add_option("--preferences", preferences, "Preferences folder (default: $XDG_CONFIG_HOME, else ~/.config)");
 
     nb::nbctl::DefaultsCommand defaults(app, preferences);
+    nb::nbctl::ConfigCommand config(app, preferences);
     nb::nbctl::HostCommand host(app);
 
     try {
@@ -30,5 +32,6 @@ int main(int argc, char** argv) {
         return 2;
     }
     if (defaults.selected()) return defaults.run();
+    if (config.selected()) return config.run();
     return host.run();
 }
