@@ -160,7 +160,7 @@ TEST_F(NbctlTest, ConfigShowsTheFileSwitchesAndTheStoredIdentity) {
 TEST_F(NbctlTest, ReferenceHostFinishes) {
     const Outcome o = nbctl("host");
     EXPECT_EQ(o.exitCode, 0) << o.err;
-    EXPECT_NE(o.out.find("result delivered on the main thread: yes"), std::string::npos) << o.out;
+    EXPECT_NE(o.out.find("delivered nimbo-event-login-success on the main thread: yes"), std::string::npos) << o.out;
     EXPECT_NE(o.out.find("start-up finished"), std::string::npos) << o.out;
 }
 

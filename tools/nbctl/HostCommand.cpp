@@ -5,73 +5,98 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <memory>
 #include <system_error>
 
 #include <fmt/format.h>
 
+#include "ConfigCommand.h"
 #include "PlistText.h"
+#include "nbbase/NBConstants.h"
 #include "nbbase/common/NBLog.h"
+#include "nbbase/core/NBConfiguration.h"
+#include "nbbase/core/NBEventCenter.h"
 #include "nbbase/foundation/ConcurrentQueue.h"
 #include "nbbase/foundation/Folders.h"
+#include "nbbase/foundation/MainBundle.h"
 #include "nbbase/foundation/MainQueue.h"
+#include "nbbase/foundation/PropertyList.h"
 #include "nbbase/foundation/UserDefaults.h"
 
 namespace nb::nbctl {
 
 namespace {
 
-constexpr const char* kDemoSuite = "nbctl.demo";
-
 void section(const char* title) { fmt::print("\n== {} ==\n", title); }
 
-// The settings step: what a client stores at first launch, read back as the library answers it.
-bool playSettings(const Folders& folders) {
-    section("settings");
-    fmt::print("preferences folder: {}\n", folders.preferencesFolder());
-    UserDefaults defaults(kDemoSuite, folders.preferencesFolder());
-    defaults.registerDefaults(Value::Dictionary{{"language", "en"}, {"launchCount", 0}});
-
-    bool ok = defaults.setString("demo-user", "userName");
-    ok = defaults.setInteger(defaults.integerForKey("launchCount") + 1, "launchCount") && ok;
-    ok = defaults.setDouble(0.8, "volume") && ok;
-    ok = defaults.setBool(true, "fullScreen") && ok;
-    ok = defaults.setObject(Value::array({"Lantern Quest", "Harbor Run"}), "recentGames") && ok;
-    ok = defaults.setObject(Value::dictionary({{"width", 1280}, {"height", 720}}), "window") && ok;
-    if (!ok) {
-        fmt::print(stderr, "nbctl: could not write the demo suite\n");
-        return false;
-    }
-
-    fmt::print("suite {} ({}):\n{}\n", kDemoSuite, UserDefaults::fileNameForSuite(kDemoSuite),
-               PlistText::format(defaults.persistentDomain()));
-    fmt::print("registered default language = {} (stored: {})\n", *defaults.stringForKey("language"),
-               defaults.persistentDomain().contains("language") ? "yes" : "no");
-    fmt::print("integerForKey(launchCount) = {}, boolForKey(fullScreen) = {}, stringForKey(volume) = {}\n",
-               defaults.integerForKey("launchCount"), defaults.boolForKey("fullScreen"),
-               defaults.stringForKey("volume").value_or("(null)"));
-    return true;
+// The client application the host plays.
+std::shared_ptr<const MainBundle> clientBundle(const std::filesystem::path& folder) {
+    return std::make_shared<const MainBundle>(
+        Value::dictionary({{"CFBundleIdentifier", "com.korvane.nimbo.mac"},
+                           {"CFBundleShortVersionString", "3.2.0"},
+                           {"NIMBODistributionChannel", "nimbo_official"}}),
+        folder);
 }
 
-// The queues step: work done on a global queue hands its result to the main queue, where a client's
-// interface would show it.
-bool playQueues() {
-    section("queues");
-    MainQueue& main = MainQueue::sharedInstance();
-    // Shared with the tasks: they may still run after a timeout has ended this function.
+// What a tester leaves in the home folder: the test environment off, report logging on.
+bool writeDeveloperFile(const std::filesystem::path& path) {
+    const auto bytes = PropertyList::write(
+        Value::dictionary({{"game", Value::dictionary({{"envType", "1"}})},
+                           {"debug", Value::dictionary({{"enable_report_log", true}, {"log_level", "info"}})}}),
+        PropertyList::Format::Xml);
+    std::ofstream out(path, std::ios::binary);
+    out.write(reinterpret_cast<const char*>(bytes->data()), static_cast<std::streamsize>(bytes->size()));
+    return static_cast<bool>(out);
+}
+
+// Start-up: the settings suite with its registered defaults, the developer's switches, the server bases.
+void playSettings(NBConfiguration& configuration) {
+    section("settings");
+    const auto suite = configuration.userDefaults();
+    fmt::print("suite {} in {}\n", suite->suiteName(), suite->databasePath().parent_path().string());
+    fmt::print("configuration file {}\n", configuration.sdkConfigFilePath().string());
+    configuration.checkSupplyId();
+    const Value report = ConfigCommand::report(configuration);
+    fmt::print("switches {}\nenvironment {}\n", PlistText::format(report["switches"]),
+               PlistText::format(report["environment"]));
+    fmt::print("registered defaults: fps {}, frame {}x{}, full screen {}; supplyId {}\n", configuration.fps(),
+               configuration.frameSize().width, configuration.frameSize().height, configuration.isFullScreen(),
+               configuration.supplyId().value_or("(null)"));
+}
+
+// Sign-in: the identity is stored, then the login event travels from a background thread to the main
+// queue, where the client's windows would hear it.
+bool playSignIn(NBConfiguration& configuration, const std::shared_ptr<NBEventCenter>& events, MainQueue& main) {
+    section("sign-in");
     auto delivered = std::make_shared<std::atomic<bool>>(false);
-    ConcurrentQueue::global().async([&main, delivered] {
-        NBLog::sharedInstance().log(2, "background work done, handing the result to the main queue");
-        main.async([&main, delivered] {
-            fmt::print("result delivered on the main thread: {}\n", main.isMainThread() ? "yes" : "no");
+    const ObserverToken token = events->addEventListenerForName(
+        NIMBO_EVENT_LOGIN_SUCCESS, nullptr, nullptr, [&main, delivered](const Notification& event) {
+            fmt::print("delivered {} on the main thread: {}; context {}\n", event.name,
+                       main.isMainThread() ? "yes" : "no", PlistText::format(event.userInfo));
             delivered->store(true);
         });
+
+    configuration.setNimboToken("nbt-3f9c2a7d");
+    configuration.setOpenId("open-5521");
+    configuration.setUserId("10086");
+    configuration.setGameId("1234");
+    configuration.setVipFlags(1);
+    configuration.setUserProfile(
+        Value::dictionary({{"nickname", "Lantern"}, {"avatar", "https://img.korvane-nimbo.com/a/10086.png"},
+                           {"signature", Value::null()}}));
+    fmt::print("identity stored {}\n", PlistText::format(ConfigCommand::report(configuration)["identity"]));
+
+    // The task owns what it uses: it may still run after a timeout has ended this function.
+    const Value context = Value::dictionary({{"userId", Value(configuration.userId().value_or(""))}});
+    ConcurrentQueue::global().async([events, context] {
+        NBLog::sharedInstance().log(2, "signed in; posting {} from a background thread", NIMBO_EVENT_LOGIN_SUCCESS);
+        events->postEventName(NIMBO_EVENT_LOGIN_SUCCESS, nullptr, context);
     });
-    if (!main.runUntil([&delivered] { return delivered->load(); }, std::chrono::seconds(10))) {
-        fmt::print(stderr, "nbctl: the main queue received nothing in 10 seconds\n");
-        return false;
-    }
-    return true;
+    const bool ok = main.runUntil([&delivered] { return delivered->load(); }, std::chrono::seconds(10));
+    events->removeListener(token);
+    if (!ok) fmt::print(stderr, "nbctl: the login event was not delivered in 10 seconds\n");
+    return ok;
 }
 
 }  // namespace
@@ -95,12 +120,22 @@ int HostCommand::run() const {
     NBLog::sharedInstance().setLogHandler([](std::int32_t level, const std::string& text) {
         fmt::print("[log {}] {}\n", level, text);
     });
-
     fmt::print("NBBase reference host\nhome: {}\n", home);
+
     Folders::Environment environment;
     environment.home = home;
     const Folders folders(environment);
-    const bool ok = playSettings(folders) && playQueues();
+    const auto bundle = clientBundle(home);
+    bool ok = writeDeveloperFile(std::filesystem::path(home) / NBConfiguration::kSdkConfigFileName);
+    if (ok) {
+        NBConfiguration configuration(
+            std::make_shared<UserDefaults>(std::string(NBConfiguration::kSuiteName), folders.preferencesFolder()),
+            home, [bundle] { return bundle; });
+        MainQueue& main = MainQueue::sharedInstance();
+        const auto events = std::make_shared<NBEventCenter>(main);
+        playSettings(configuration);
+        ok = playSignIn(configuration, events, main);
+    }
 
     NBLog::sharedInstance().setLogHandler(nullptr);
     if (home_.empty() && !keep_) {
