@@ -12,10 +12,11 @@
 #include "nbbase/NBConstants.h"
 #include "nbbase/core/NBEventCenter.h"
 #include "nbbase/foundation/MainQueue.h"
+#include "MainQueueBaseline.h"
 
 namespace {
 
-constexpr int kBatch = 20000;
+constexpr int kBatch = nbbench::kMainQueueBatch;
 constexpr int kListeners = 10;
 
 struct Listener {
@@ -23,21 +24,7 @@ struct Listener {
     void onEvent(const nb::Notification&) { ++received; }
 };
 
-void BM_MainQueuePostFromOtherThread(benchmark::State& state) {
-    nb::MainQueue queue;  // bound to this, the benchmark thread
-    for (auto _ : state) {
-        std::thread producer([&] {
-            for (int i = 0; i < kBatch; ++i) {
-                queue.async([] {});
-            }
-            queue.async([&] { queue.stop(); });
-        });
-        benchmark::DoNotOptimize(queue.run());
-        producer.join();
-    }
-    state.SetItemsProcessed(state.iterations() * kBatch);
-}
-BENCHMARK(BM_MainQueuePostFromOtherThread)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(nbbench::BM_MainQueuePostFromOtherThread)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 void BM_EventCenterPostFromOtherThread(benchmark::State& state) {
     nb::MainQueue queue;

@@ -10,26 +10,13 @@
 #include <asio/post.hpp>
 
 #include "nbbase/foundation/MainQueue.h"
+#include "MainQueueBaseline.h"
 
 namespace {
 
-constexpr int kBatch = 20000;
+constexpr int kBatch = nbbench::kMainQueueBatch;
 
-void BM_MainQueuePostFromOtherThread(benchmark::State& state) {
-    nb::MainQueue queue;  // bound to this, the benchmark thread
-    for (auto _ : state) {
-        std::thread producer([&] {
-            for (int i = 0; i < kBatch; ++i) {
-                queue.async([] {});
-            }
-            queue.async([&] { queue.stop(); });
-        });
-        benchmark::DoNotOptimize(queue.run());
-        producer.join();
-    }
-    state.SetItemsProcessed(state.iterations() * kBatch);
-}
-BENCHMARK(BM_MainQueuePostFromOtherThread)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(nbbench::BM_MainQueuePostFromOtherThread)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 void BM_AsioIoContextPostFromOtherThread(benchmark::State& state) {
     asio::io_context io(1);
