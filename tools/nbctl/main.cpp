@@ -7,6 +7,7 @@
 
 #include "ConfigCommand.h"
 #include "DefaultsCommand.h"
+#include "ErrorCommand.h"
 #include "HostCommand.h"
 #include "nbbase/foundation/Folders.h"
 
@@ -21,6 +22,7 @@ int main(int argc, char** argv) {
 
     nb::nbctl::DefaultsCommand defaults(app, preferences);
     nb::nbctl::ConfigCommand config(app, preferences);
+    nb::nbctl::ErrorCommand error(app);
     nb::nbctl::HostCommand host(app);
 
     try {
@@ -33,5 +35,6 @@ int main(int argc, char** argv) {
     }
     if (defaults.selected()) return defaults.run();
     if (config.selected()) return config.run();
+    if (error.selected()) return error.run();
     return host.run();
 }
