@@ -1,0 +1,123 @@
+#include "nbbase/support/NBErrorCode.h"
+
+#include <atomic>
+#include <climits>
+#include <fstream>
+#include <sstream>
+#include <thread>
+
+#include <gtest/gtest.h>
+
+#include "TempDir.h"
+#include "tests/foundation/ChildProcess.h"
+
+namespace {
+
+using nb::NBErrorCode;
+
+const std::string kNoInit = "Failed to initialize NIMBO", kNetwork = "Startup failed, please check your network connection",
+                  kStatus = "Failed to query NIMBO service status", kLaunch = "Failed to launch the game",
+                  kSpeed = "Failed to test speed, please check your network connection", kLogin = "Failed to login NIMBO",
+                  kQualified = "Sorry, you haven't got the qualification", kMaintenance = "The game is in maintenance",
+                  kOutdated = "The appliction is outdated, please update to the latest version",
+                  kArchiving = "Your last game is being archived, please try again later",
+                  kEnded = "Unexpected error occurred, game ended", kNetworkEnded = "Network error, game ended",
+                  kUnknown = "Unknown error occurred";
+
+// The test process never calls setlocale, so it runs in the "C" locale and every text is English.
+const struct Case {
+    std::int64_t code, subCode;
+    const std::string& message;
+} kCases[] = {
+    {101, 0, kNetwork}, {150, 0, kStatus}, {350, 0, kLaunch}, {2050, 0, kUnknown},  // "2**" is three digits only
+    {20003, 21008, kQualified}, {20003, 7, kLogin}, {20003, 22005, kOutdated}, {20001, 21008, kNetwork},
+    {20405, 0, kLaunch}, {30150, 0, kEnded}, {10305, 0, kUnknown}, {10105, 0, kSpeed}, {30050, 0, kLaunch},
+    {0, 0, kNoInit}, {9, 4, kNoInit}, {-9, 0, kNoInit}, {-10, 0, kUnknown}, {15, 0, kUnknown}, {-101, 0, kUnknown},
+    {30202, 20, kArchiving}, {30202, 0, kEnded}, {30202, 21, kEnded}, {30202, -20, kEnded}, {-30202, 20, kUnknown},
+    {20403, 22017, kMaintenance}, {20403, 0, kLaunch}, {30503, 9, kArchiving}, {30503, 90, kEnded},
+    {30106, 0, kNetworkEnded}, {20203, 5, kOutdated}, {INT64_MIN, INT64_MIN, kUnknown}, {INT64_MAX, 0, kUnknown},
+};
+
+TEST(NBErrorCode, MostSpecificPatternWins) {
+    const NBErrorCode catalogue;
+    EXPECT_EQ(catalogue.errorCodeTable().size(), 39u);
+    for (const Case& c : kCases) {
+        EXPECT_EQ(catalogue.queryErrorMessage(c.code, c.subCode), c.message) << c.code << " / " << c.subCode;
+    }
+}
+
+TEST(NBErrorCode, FormatsModuleFirstAndRefusesUnsafeFormats) {
+    const NBErrorCode catalogue;
+    EXPECT_EQ(catalogue.formatErrorCode(1, 2, 3), "Error Code:3-1-2");
+    EXPECT_EQ(catalogue.formatErrorCode(20403, 22005, 3), "Error Code:3-20403-22005");
+    EXPECT_EQ(catalogue.formatErrorCode(-1, INT64_MIN, 0), "Error Code:0--1--9223372036854775808");
+
+    for (const char* safe : {"Error Code:%ld-%ld-%ld", "错误码:%ld-%ld-%ld", "100%% %ld%ld%ld%%"})
+        EXPECT_TRUE(NBErrorCode::isSafeCodeFormat(safe)) << safe;
+    for (const char* unsafe : {"", "%s-%ld-%ld", "%ld-%ld", "%ld-%ld-%ld-%ld", "%ld-%ld-%ld%", "%lld-%ld-%ld",
+                               "%d-%ld-%ld", "%n%ld%ld%ld", "%1$ld-%2$ld-%3$ld", "%%ld-%ld-%ld", "%l-%ld-%ld-%ld"})
+        EXPECT_FALSE(NBErrorCode::isSafeCodeFormat(unsafe)) << unsafe;
+}
+
+TEST(NBErrorCode, ConcurrentLookupsAgree) {
+    std::atomic<int> wrong{0};
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 8; ++t) {
+        threads.emplace_back([&] {
+            const NBErrorCode& catalogue = NBErrorCode::sharedInstance();  // first use may race too
+            for (int round = 0; round < 200; ++round) {
+                for (const Case& c : kCases) wrong += catalogue.queryErrorMessage(c.code, c.subCode) != c.message;
+                wrong += catalogue.formatErrorCode(round, 2, 3) != "Error Code:3-" + std::to_string(round) + "-2";
+            }
+        });
+    }
+    for (auto& thread : threads) thread.join();
+    EXPECT_EQ(wrong.load(), 0);
+}
+
+// Runs nbtest_errorcode in C.UTF-8 plus `extra`, answering its output lines.
+std::vector<std::string> runTool(const std::vector<std::string>& arguments, std::vector<std::string> environment) {
+    for (char** entry = environ; *entry != nullptr; ++entry) {
+        const std::string variable = *entry, name = variable.substr(0, variable.find('='));
+        if (name != "LANG" && name != "LANGUAGE" && name.rfind("LC_", 0) != 0 && name != "NBBASE_LOCALEDIR")
+            environment.push_back(variable);
+    }
+    environment.push_back("LC_ALL=C.UTF-8");
+    std::vector<std::string> argv = {std::string(NBBASE_TEST_TOOLS_DIR) + "/nbtest_errorcode"};
+    argv.insert(argv.end(), arguments.begin(), arguments.end());
+    const auto result = nb::test::ChildProcess::run(argv, &environment, false);
+    std::vector<std::string> lines;
+    std::istringstream stream(result.output);
+    for (std::string line; std::getline(stream, line);) lines.push_back(line);
+    if (result.status != 0) lines.push_back("exit status " + std::to_string(result.status));
+    return lines;
+}
+
+TEST(NBErrorCodeInChild, EveryMessageIsTranslatedToChinese) {
+    const auto table = NBErrorCode::englishErrorCodeTable();
+    const auto lines = runTool({"--table", "20403", "22017", "3", "99999", "0", "1"}, {"LANGUAGE=zh_CN"});
+    ASSERT_EQ(lines.size(), table.size() + 4);
+    for (std::size_t i = 0; i < table.size(); ++i) EXPECT_NE(lines[i], table[i].message) << table[i].pattern;
+    EXPECT_EQ(std::vector(lines.end() - 4, lines.end()),
+              (std::vector<std::string>{"游戏正在维护中", "错误码:3-20403-22017", "发生未知错误", "错误码:1-99999-0"}));
+    EXPECT_EQ(runTool({"20403", "22017", "3"}, {}),
+              (std::vector<std::string>{kMaintenance, "Error Code:3-20403-22017"}));
+}
+
+TEST(NBErrorCodeInChild, UnsafeTranslatedFormatFallsBackToEnglish) {
+    nbtest::TempDir temp;
+    ASSERT_FALSE(temp.path().empty());
+    const auto folder = temp.path() / "zh_CN" / "LC_MESSAGES";
+    std::filesystem::create_directories(folder);
+    // Without the c-format mark msgfmt lets the mismatched conversion through, as a careless catalogue would.
+    std::ofstream(temp.path() / "bad.po") << "msgid \"\"\nmsgstr \"Content-Type: text/plain; charset=UTF-8\\n\"\n"
+                                             "msgid \"Error Code:%ld-%ld-%ld\"\nmsgstr \"错误码:%s-%ld-%ld\"\n"
+                                             "msgid \"Failed to launch the game\"\nmsgstr \"启动游戏失败\"\n";
+    const auto compiled = nb::test::ChildProcess::run(
+        {"/usr/bin/env", "msgfmt", "-o", (folder / "NBBase.mo").string(), (temp.path() / "bad.po").string()});
+    ASSERT_EQ(compiled.status, 0) << compiled.output;
+    EXPECT_EQ(runTool({"20405", "0", "3"}, {"LANGUAGE=zh_CN", "NBBASE_LOCALEDIR=" + temp.path().string()}),
+              (std::vector<std::string>{"启动游戏失败", "Error Code:3-20405-0"}));
+}
+
+}  // namespace
