@@ -128,6 +128,10 @@ TEST_F(NbctlTest, FailuresAreOneLineWithAnExitCode) {
         {"defaults", 2},
         {"defaults frobnicate", 2},
         {"nosuchcommand", 2},
+        {"error", 2},
+        {"error twelve", 2},
+        {"sdk noSuchOperation", 2},
+        {"sdk getTimeStamp --replies /nonexistent/replies", 1},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.args);
@@ -157,10 +161,23 @@ TEST_F(NbctlTest, ConfigShowsTheFileSwitchesAndTheStoredIdentity) {
     EXPECT_EQ(report["client"]["fps"], nb::Value(60));
 }
 
+TEST_F(NbctlTest, ErrorAndSdkAnswerFromTheCatalogueAndTheRecording) {
+    const Outcome error = nbctl("error 20403 22005 --module 3");
+    EXPECT_EQ(error.exitCode, 0) << error.err;
+    EXPECT_NE(error.out.find("Error Code:3-20403-22005"), std::string::npos) << error.out;
+
+    const Outcome stamp = nbctl("sdk getTimeStamp");
+    EXPECT_EQ(stamp.exitCode, 0) << stamp.err;
+    EXPECT_NE(stamp.out.find("1795000000"), std::string::npos) << stamp.out;
+    const Outcome qr = nbctl("sdk getCommonMiniProgramQRCode");
+    EXPECT_NE(qr.out.find("called back on the SDK's own thread: success (data,"), std::string::npos) << qr.out;
+}
+
 TEST_F(NbctlTest, ReferenceHostFinishes) {
     const Outcome o = nbctl("host");
     EXPECT_EQ(o.exitCode, 0) << o.err;
     EXPECT_NE(o.out.find("delivered nimbo-event-login-success on the main thread: yes"), std::string::npos) << o.out;
+    EXPECT_NE(o.out.find("log line forwarded to the SDK at level 8"), std::string::npos) << o.out;
     EXPECT_NE(o.out.find("start-up finished"), std::string::npos) << o.out;
 }
 

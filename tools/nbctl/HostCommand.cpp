@@ -13,16 +13,20 @@
 
 #include "ConfigCommand.h"
 #include "PlistText.h"
+#include "SdkCommand.h"
 #include "nbbase/NBConstants.h"
 #include "nbbase/common/NBLog.h"
+#include "nbbase/common/NBNetworkCheck.h"
 #include "nbbase/core/NBConfiguration.h"
 #include "nbbase/core/NBEventCenter.h"
+#include "nbbase/core/NimboSdkManager.h"
 #include "nbbase/foundation/ConcurrentQueue.h"
 #include "nbbase/foundation/Folders.h"
 #include "nbbase/foundation/MainBundle.h"
 #include "nbbase/foundation/MainQueue.h"
 #include "nbbase/foundation/PropertyList.h"
 #include "nbbase/foundation/UserDefaults.h"
+#include "nbbase/sdk/ReplaySdk.h"
 
 namespace nb::nbctl {
 
@@ -99,12 +103,52 @@ bool playSignIn(NBConfiguration& configuration, const std::shared_ptr<NBEventCen
     return ok;
 }
 
+// The SDK bridge: created from the stored identity on ReplaySdk, which answers from recorded replies;
+// the library's log lines now go to the SDK's log.
+bool playSdk(NBConfiguration& configuration, const std::filesystem::path& replies) {
+    section("sdk");
+    std::string error;
+    if (!ReplaySdk::validateFolder(replies, &error)) {
+        fmt::print(stderr, "nbctl: {}\n", error);
+        return false;
+    }
+    auto replay = std::make_shared<ReplaySdk>(replies);
+    NimboSDKInterface::setClassObject(replay);
+    NBNetworkCheck network;
+    NimboSdkManager bridge([replay] { return replay; }, {}, configuration, network, NBLog::sharedInstance());
+    bridge.initializeSDK(nullptr, configuration.userId(), configuration.openId(), false);
+    fmt::print("replies {}\n", replies.string());
+    for (const ReplaySdk::Call& call : replay->calls()) {
+        fmt::print("initialise: {} {}\n", call.operation, PlistText::format(call.arguments));
+    }
+
+    NBLog::sharedInstance().log(2, "reference host signed in as {}", configuration.userId().value_or(""));
+    NBLog::sharedInstance().log(4, "reference host: an error line for the SDK's log");
+    for (const ReplaySdk::Call& call : replay->calls("reportLog")) {
+        fmt::print("log line forwarded to the SDK at level {}: {}\n", call.arguments["level"],
+                   call.arguments["content"]);
+    }
+
+    bool ok = true;
+    for (const char* operation : {"getTimeStamp", "getUserFullInterests"}) {
+        const auto outcome = SdkCommand::play(bridge, operation);
+        const std::string text = SdkCommand::describe(*outcome);
+        fmt::print("{}: {}\n", operation, text.substr(0, text.find('\n')));
+        ok = ok && outcome->answered && !outcome->failed;
+    }
+    bridge.uninitializeSDK();
+    NimboSDKInterface::setClassObject(nullptr);
+    NBLog::sharedInstance().setLogHandler(nullptr);
+    return ok;
+}
+
 }  // namespace
 
-HostCommand::HostCommand(CLI::App& app) {
+HostCommand::HostCommand(CLI::App& app, std::filesystem::path defaultReplies) : replies_(std::move(defaultReplies)) {
     command_ = app.add_subcommand("host", "Run the reference start-up session");
     command_->add_option("--home", home_, "Home folder to run in (default: a new temporary one)");
     command_->add_flag("--keep", keep_, "Keep the temporary home afterwards");
+    command_->add_option("--replies", replies_, "Folder of recorded server replies")->capture_default_str();
 }
 
 int HostCommand::run() const {
@@ -134,7 +178,7 @@ int HostCommand::run() const {
         MainQueue& main = MainQueue::sharedInstance();
         const auto events = std::make_shared<NBEventCenter>(main);
         playSettings(configuration);
-        ok = playSignIn(configuration, events, main);
+        ok = playSignIn(configuration, events, main) && playSdk(configuration, replies_);
     }
 
     NBLog::sharedInstance().setLogHandler(nullptr);

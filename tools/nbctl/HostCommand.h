@@ -6,6 +6,7 @@
 // touches the user's real settings. Everything it prints comes from the library's answers.
 #pragma once
 
+#include <filesystem>
 #include <string>
 
 #include <CLI/CLI.hpp>
@@ -14,7 +15,8 @@ namespace nb::nbctl {
 
 class HostCommand {
 public:
-    explicit HostCommand(CLI::App& app);
+    // defaultReplies: the recorded server replies the SDK stand-in plays.
+    HostCommand(CLI::App& app, std::filesystem::path defaultReplies);
 
     // Runs on the process's main thread, which becomes the main queue's thread. Answers the exit code.
     int run() const;
@@ -23,6 +25,7 @@ private:
     CLI::App* command_ = nullptr;
     std::string home_;  // empty: a new temporary home
     bool keep_ = false;
+    std::filesystem::path replies_;
 };
 
 }  // namespace nb::nbctl

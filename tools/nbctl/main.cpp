@@ -9,6 +9,7 @@
 #include "DefaultsCommand.h"
 #include "ErrorCommand.h"
 #include "HostCommand.h"
+#include "SdkCommand.h"
 #include "nbbase/foundation/Folders.h"
 
 int main(int argc, char** argv) {
@@ -23,7 +24,8 @@ int main(int argc, char** argv) {
     nb::nbctl::DefaultsCommand defaults(app, preferences);
     nb::nbctl::ConfigCommand config(app, preferences);
     nb::nbctl::ErrorCommand error(app);
-    nb::nbctl::HostCommand host(app);
+    nb::nbctl::SdkCommand sdk(app, NBCTL_DEFAULT_REPLIES);
+    nb::nbctl::HostCommand host(app, NBCTL_DEFAULT_REPLIES);
 
     try {
         app.parse(argc, argv);
@@ -36,5 +38,6 @@ int main(int argc, char** argv) {
     if (defaults.selected()) return defaults.run();
     if (config.selected()) return config.run();
     if (error.selected()) return error.run();
+    if (sdk.selected()) return sdk.run();
     return host.run();
 }
