@@ -8,6 +8,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -77,6 +78,28 @@ struct ChildProcess {
         ChildProcess child = start(std::move(argv), environment, withErrors);
         std::string out = child.readAll();
         return {child.wait(), out};
+    }
+
+    // Runs the test program `tool` (from NBBASE_TEST_TOOLS_DIR) with this process's environment minus
+    // every locale variable and NBBASE_LOCALEDIR, plus `extra` ("NAME=value", in order). Answers its
+    // standard output as lines, with a last line "exit status N" when it did not exit cleanly.
+    static std::vector<std::string> runInLocale(const std::string& tool, const std::vector<std::string>& arguments,
+                                                const std::vector<std::string>& extra) {
+        std::vector<std::string> environment;
+        for (char** entry = environ; *entry != nullptr; ++entry) {
+            const std::string variable = *entry, name = variable.substr(0, variable.find('='));
+            if (name != "LANG" && name != "LANGUAGE" && name.rfind("LC_", 0) != 0 && name != "NBBASE_LOCALEDIR")
+                environment.push_back(variable);
+        }
+        environment.insert(environment.end(), extra.begin(), extra.end());
+        std::vector<std::string> argv = {std::string(NBBASE_TEST_TOOLS_DIR) + "/" + tool};
+        argv.insert(argv.end(), arguments.begin(), arguments.end());
+        const Result result = run(argv, &environment, false);
+        std::vector<std::string> lines;
+        std::istringstream stream(result.output);
+        for (std::string line; std::getline(stream, line);) lines.push_back(line);
+        if (result.status != 0) lines.push_back("exit status " + std::to_string(result.status));
+        return lines;
     }
 };
 

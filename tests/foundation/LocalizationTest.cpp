@@ -82,22 +82,11 @@ TEST(LocalizationDirectory, LookupsFallBackToTheIdAndRaceSafelyWithRebinding) {
 // and answers its output lines, or a failure line if it did not exit cleanly.
 std::vector<std::string> runLocalizationTool(const std::map<std::string, std::string>& extra, bool callSetlocale = true) {
     std::vector<std::string> environment;
-    for (char** entry = environ; *entry != nullptr; ++entry) {
-        const std::string variable = *entry, name = variable.substr(0, variable.find('='));
-        if (name != "LANG" && name != "LANGUAGE" && name.rfind("LC_", 0) != 0 && name != "NBBASE_LOCALEDIR")
-            environment.push_back(variable);
-    }
     for (const auto& [name, value] : extra) environment.push_back(name + "=" + value);
-    std::vector<std::string> argv = {std::string(NBBASE_TEST_TOOLS_DIR) + "/nbtest_localization"};
-    if (!callSetlocale) argv.emplace_back("--no-setlocale");
-    argv.insert(argv.end(), kEnglish.begin(), kEnglish.end());
-
-    const auto result = nb::test::ChildProcess::run(argv, &environment, false);
-    std::vector<std::string> lines;
-    std::istringstream stream(result.output);
-    for (std::string line; std::getline(stream, line);) lines.push_back(line);
-    if (result.status != 0) lines.push_back("exit status " + std::to_string(result.status));
-    return lines;
+    std::vector<std::string> arguments;
+    if (!callSetlocale) arguments.emplace_back("--no-setlocale");
+    arguments.insert(arguments.end(), kEnglish.begin(), kEnglish.end());
+    return nb::test::ChildProcess::runInLocale("nbtest_localization", arguments, environment);
 }
 
 // The zh_CN locale is seldom generated on build machines; C.UTF-8 is built into glibc and, unlike "C",

@@ -77,20 +77,8 @@ TEST(NBErrorCode, ConcurrentLookupsAgree) {
 
 // Runs nbtest_errorcode in C.UTF-8 plus `extra`, answering its output lines.
 std::vector<std::string> runTool(const std::vector<std::string>& arguments, std::vector<std::string> environment) {
-    for (char** entry = environ; *entry != nullptr; ++entry) {
-        const std::string variable = *entry, name = variable.substr(0, variable.find('='));
-        if (name != "LANG" && name != "LANGUAGE" && name.rfind("LC_", 0) != 0 && name != "NBBASE_LOCALEDIR")
-            environment.push_back(variable);
-    }
-    environment.push_back("LC_ALL=C.UTF-8");
-    std::vector<std::string> argv = {std::string(NBBASE_TEST_TOOLS_DIR) + "/nbtest_errorcode"};
-    argv.insert(argv.end(), arguments.begin(), arguments.end());
-    const auto result = nb::test::ChildProcess::run(argv, &environment, false);
-    std::vector<std::string> lines;
-    std::istringstream stream(result.output);
-    for (std::string line; std::getline(stream, line);) lines.push_back(line);
-    if (result.status != 0) lines.push_back("exit status " + std::to_string(result.status));
-    return lines;
+    environment.insert(environment.begin(), "LC_ALL=C.UTF-8");
+    return nb::test::ChildProcess::runInLocale("nbtest_errorcode", arguments, environment);
 }
 
 TEST(NBErrorCodeInChild, EveryMessageIsTranslatedToChinese) {
