@@ -112,8 +112,8 @@ void VipInfo::apply(Fields& f, const Value& reply) {
     for (const auto tag : kWindowTags) {
         if (!tags.contains(tag)) continue;
         const Value& window = tags[tag];
-        windows.insert_or_assign(std::string(tag),
-                                 InterestDuration(window["open_ts"].longLongValue(), window["close_ts"].longLongValue()));
+        const InterestDuration duration(window["open_ts"].longLongValue(), window["close_ts"].longLongValue());
+        windows.insert_or_assign(std::string(tag), duration);
     }
     f.interestDict = std::move(windows);
 }

@@ -55,11 +55,11 @@ TEST(HavingInterestTest, LiveOnlyBeforeTheServerTime) {
 }
 
 TEST(NoHavingInterestTest, OnlyIdlePlayCarriesLimits) {
-    const char* extra = R"("[{\"game_id\": \"1234\", \"max_on_hook_time\": 600}]")";
-    const auto idle = NoHavingInterest::fromDictionary(json(std::string(R"({"type": 5, "extra_data": )") + extra + "}"));
+    const std::string extra = R"(, "extra_data": "[{\"game_id\": \"1234\", \"max_on_hook_time\": 600}]"})";
+    const auto idle = NoHavingInterest::fromDictionary(json(R"({"type": 5)" + extra));
     EXPECT_EQ(idle->maxOnHookInfo(), json(R"({"1234": 600})"));
     EXPECT_EQ(idle->hangup(), 0);
-    const auto other = NoHavingInterest::fromDictionary(json(std::string(R"({"type": 4, "extra_data": )") + extra + "}"));
+    const auto other = NoHavingInterest::fromDictionary(json(R"({"type": 4)" + extra));
     EXPECT_TRUE(other->maxOnHookInfo().isAbsent());
     EXPECT_TRUE(NoHavingInterest::fromDictionary(json(R"({"type": 5})"))->maxOnHookInfo().isAbsent());
 }
