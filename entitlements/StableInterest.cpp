@@ -1,0 +1,57 @@
+#include "nbbase/entitlements/StableInterest.h"
+
+#include <optional>
+
+#include "nbbase/foundation/Json.h"
+
+namespace nb {
+namespace {
+
+// The servers send the attribute lists as arrays; anything else has no elements to copy.
+Value elementsOf(const Value& value) {
+    if (const auto* array = value.asArray()) return Value(*array);
+    return Value(Value::Array{});
+}
+
+std::optional<Value> decodeExtraData(std::string_view text) {
+    if (text.empty()) return std::nullopt;
+    return Json::decode(text, {.allowFragments = true});
+}
+
+}  // namespace
+
+std::shared_ptr<const StableInterest> StableInterest::fromDictionary(const Value& dictionary) {
+    auto interest = std::make_shared<StableInterest>();
+    if (dictionary.contains("fps")) interest->setFpsAttr(elementsOf(dictionary["fps"]));
+    if (dictionary.contains("frame")) interest->setFrameAttr(elementsOf(dictionary["frame"]));
+    if (dictionary.contains("hang_up")) interest->setHangup(dictionary["hang_up"].intValue());
+    return interest;
+}
+
+bool StableInterest::isMonitoredType(std::int32_t type) noexcept {
+    return type == kTypeFrame || type == kTypeHangup || type == kTypeFps;
+}
+
+Value StableInterest::arrayFromExtraData(std::string_view extraData, std::string_view key) {
+    const auto decoded = decodeExtraData(extraData);
+    if (!decoded) return {};
+    const Value& entry = (*decoded)[key];
+    if (entry.isArray()) return entry;
+    if (entry.isNumber()) return Value(Value::Array{entry});
+    return Value(Value::Array{});
+}
+
+Value StableInterest::maxOnHookInfoFromExtraData(std::string_view extraData) {
+    const auto decoded = decodeExtraData(extraData);
+    if (!decoded) return {};
+    Value limits{Value::Dictionary{}};
+    if (const auto* elements = decoded->asArray()) {
+        for (const auto& element : *elements) {
+            if (!element.contains("game_id") || !element.contains("max_on_hook_time")) continue;
+            limits.set(element["game_id"].stringValue(), element["max_on_hook_time"]);
+        }
+    }
+    return limits;
+}
+
+}  // namespace nb

@@ -1,0 +1,30 @@
+// NoHavingInterest: a right the user does not hold whose limits still apply to him (an element of
+// "no_having"); in practice the idle limits of type 5 for a user without idle play.
+//
+// Records are immutable once built; see StableInterest for the rules shared by every record.
+#pragma once
+
+#include <memory>
+#include <utility>
+
+#include "nbbase/entitlements/StableInterest.h"
+#include "nbbase/foundation/Value.h"
+
+namespace nb {
+
+class NoHavingInterest : public StableInterest {
+public:
+    NoHavingInterest() = default;
+
+    // From one element of "no_having": "type" (0 when missing); for type 5 the idle limits of "extra_data".
+    static std::shared_ptr<const NoHavingInterest> fromDictionary(const Value& element);
+
+    // Game id (text) to the longest idle time in seconds; absent unless type 5.
+    const Value& maxOnHookInfo() const noexcept { return maxOnHookInfo_; }
+    void setMaxOnHookInfo(Value maxOnHookInfo) { maxOnHookInfo_ = std::move(maxOnHookInfo); }
+
+private:
+    Value maxOnHookInfo_;
+};
+
+}  // namespace nb
