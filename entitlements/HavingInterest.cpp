@@ -10,19 +10,10 @@ std::shared_ptr<const HavingInterest> HavingInterest::fromDictionary(const Value
     interest->setType(element["type"].intValue());
     interest->setEndTime(element["end_time"].longLongValue());
     const std::string extraData = element["extra_data"].stringValue();
-    switch (interest->type()) {
-        case kTypeFrame:
-            interest->setFrameAttr(arrayFromExtraData(extraData, "frame"));
-            break;
-        case kTypeFps:
-            interest->setFpsAttr(arrayFromExtraData(extraData, "fps"));
-            break;
-        case kTypeHangup:
-            if (marking == HangupMarking::Mark) interest->setHangup(1);
-            interest->setMaxOnHookInfo(maxOnHookInfoFromExtraData(extraData));
-            break;
-        default:
-            break;
+    interest->setAttrsFromExtraData(extraData);
+    if (interest->type() == kTypeHangup) {
+        if (marking == HangupMarking::Mark) interest->setHangup(1);
+        interest->setMaxOnHookInfo(maxOnHookInfoFromExtraData(extraData));
     }
     return interest;
 }

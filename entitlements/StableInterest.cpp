@@ -32,6 +32,11 @@ bool StableInterest::isMonitoredType(std::int32_t type) noexcept {
     return type == kTypeFrame || type == kTypeHangup || type == kTypeFps;
 }
 
+void StableInterest::setAttrsFromExtraData(std::string_view extraData) {
+    if (type_ == kTypeFrame) setFrameAttr(arrayFromExtraData(extraData, "frame"));
+    if (type_ == kTypeFps) setFpsAttr(arrayFromExtraData(extraData, "fps"));
+}
+
 Value StableInterest::arrayFromExtraData(std::string_view extraData, std::string_view key) {
     const auto decoded = decodeExtraData(extraData);
     if (!decoded) return {};

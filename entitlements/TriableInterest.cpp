@@ -16,20 +16,8 @@ std::shared_ptr<const TriableInterest> TriableInterest::fromDictionary(const Val
     interest->setProperty(element["property"].intValue());
     interest->setExpireTime(element["expire_time"].intValue());
     if (element.contains("extra_data")) {
-        const std::string extraData = element["extra_data"].stringValue();
-        switch (interest->type()) {
-            case kTypeFrame:
-                interest->setFrameAttr(arrayFromExtraData(extraData, "frame"));
-                break;
-            case kTypeFps:
-                interest->setFpsAttr(arrayFromExtraData(extraData, "fps"));
-                break;
-            case kTypeHangup:
-                interest->setHangup(1);
-                break;
-            default:
-                break;
-        }
+        interest->setAttrsFromExtraData(element["extra_data"].stringValue());
+        if (interest->type() == kTypeHangup) interest->setHangup(1);
     }
     return interest;
 }

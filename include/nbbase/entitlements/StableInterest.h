@@ -67,6 +67,11 @@ public:
     const Value& frameAttr() const noexcept { return frameAttr_; }
     void setFrameAttr(Value frameAttr) { frameAttr_ = std::move(frameAttr); }
 
+protected:
+    // Picture-quality records take their "frame" list, frame-rate records their "fps" list, from the
+    // "extra_data" text; other types are left alone.
+    void setAttrsFromExtraData(std::string_view extraData);
+
 private:
     std::int32_t hangup_ = 0;
     std::int32_t type_ = 0;
