@@ -46,14 +46,14 @@ Value StableInterest::arrayFromExtraData(std::string_view extraData, std::string
     return Value(Value::Array{});
 }
 
-Value StableInterest::maxOnHookInfoFromExtraData(std::string_view extraData) {
+std::optional<OnHookTimeMap> StableInterest::maxOnHookInfoFromExtraData(std::string_view extraData) {
     const auto decoded = decodeExtraData(extraData);
-    if (!decoded) return {};
-    Value limits{Value::Dictionary{}};
+    if (!decoded) return std::nullopt;
+    OnHookTimeMap limits;
     if (const auto* elements = decoded->asArray()) {
         for (const auto& element : *elements) {
             if (!element.contains("game_id") || !element.contains("max_on_hook_time")) continue;
-            limits.set(element["game_id"].stringValue(), element["max_on_hook_time"]);
+            limits.set(element["game_id"], element["max_on_hook_time"]);
         }
     }
     return limits;

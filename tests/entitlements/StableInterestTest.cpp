@@ -64,13 +64,25 @@ TEST(StableInterestTest, AttributeFromExtraData) {
 }
 
 TEST(StableInterestTest, IdleLimitsFromExtraData) {
-    EXPECT_TRUE(StableInterest::maxOnHookInfoFromExtraData("").isAbsent());
-    EXPECT_TRUE(StableInterest::maxOnHookInfoFromExtraData("[").isAbsent());
-    EXPECT_EQ(StableInterest::maxOnHookInfoFromExtraData(R"({"game_id": 1})"), Value(Value::Dictionary{}));
-    const Value limits = StableInterest::maxOnHookInfoFromExtraData(
+    EXPECT_FALSE(StableInterest::maxOnHookInfoFromExtraData(""));
+    EXPECT_FALSE(StableInterest::maxOnHookInfoFromExtraData("["));
+    EXPECT_TRUE(StableInterest::maxOnHookInfoFromExtraData(R"({"game_id": 1})")->empty());
+    const auto limits = StableInterest::maxOnHookInfoFromExtraData(
         R"([{"game_id": "1234", "max_on_hook_time": 600}, {"game_id": 77}, 5,
-            {"game_id": 1234, "max_on_hook_time": 1800}, {"game_id": "9", "max_on_hook_time": "60"}])");
-    EXPECT_EQ(limits, json(R"({"1234": 1800, "9": "60"})"));  // the later 1234 wins, values as sent
+            {"game_id": 1234, "max_on_hook_time": 1800}, {"game_id": "9", "max_on_hook_time": "60"},
+            {"game_id": "1234", "max_on_hook_time": 900}, {"game_id": 9.0, "max_on_hook_time": 30}])");
+    ASSERT_TRUE(limits);
+    // A game id keeps its JSON kind: the text "1234" and the number 1234 are two games. Within one kind the
+    // later element wins, and numbers match by value.
+    EXPECT_EQ(limits->size(), 4U);
+    EXPECT_EQ(*limits->find(Value("1234")), Value(900));
+    EXPECT_EQ(*limits->find(Value(1234)), Value(1800));
+    EXPECT_EQ(*limits->find(Value(1234.0)), Value(1800));
+    EXPECT_EQ(*limits->find(Value("9")), Value("60"));  // values as sent
+    EXPECT_EQ(*limits->find(Value(9)), Value(30));
+    EXPECT_EQ(limits->find(Value(77)), nullptr);
+    EXPECT_EQ(limits->find(Value(true)), nullptr);
+    EXPECT_EQ(limits->entries().front().first, Value("1234"));  // first-seen order
 }
 
 }  // namespace

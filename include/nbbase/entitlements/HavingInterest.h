@@ -9,6 +9,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <utility>
 
 #include "nbbase/entitlements/StableInterest.h"
@@ -36,13 +37,13 @@ public:
 
     std::int64_t endTime() const noexcept { return endTime_; }
     void setEndTime(std::int64_t endTime) noexcept { endTime_ = endTime; }
-    // Game id (text) to the longest idle time in seconds in that game; absent unless type 5.
-    const Value& maxOnHookInfo() const noexcept { return maxOnHookInfo_; }
-    void setMaxOnHookInfo(Value maxOnHookInfo) { maxOnHookInfo_ = std::move(maxOnHookInfo); }
+    // Game id to the longest idle time in seconds in that game; nullopt unless type 5.
+    const std::optional<OnHookTimeMap>& maxOnHookInfo() const noexcept { return maxOnHookInfo_; }
+    void setMaxOnHookInfo(std::optional<OnHookTimeMap> maxOnHookInfo) { maxOnHookInfo_ = std::move(maxOnHookInfo); }
 
 private:
     std::int64_t endTime_ = 0;
-    Value maxOnHookInfo_;
+    std::optional<OnHookTimeMap> maxOnHookInfo_;
 };
 
 }  // namespace nb

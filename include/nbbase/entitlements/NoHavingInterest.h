@@ -5,6 +5,7 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <utility>
 
 #include "nbbase/entitlements/StableInterest.h"
@@ -19,12 +20,12 @@ public:
     // From one element of "no_having": "type" (0 when missing); for type 5 the idle limits of "extra_data".
     static std::shared_ptr<const NoHavingInterest> fromDictionary(const Value& element);
 
-    // Game id (text) to the longest idle time in seconds; absent unless type 5.
-    const Value& maxOnHookInfo() const noexcept { return maxOnHookInfo_; }
-    void setMaxOnHookInfo(Value maxOnHookInfo) { maxOnHookInfo_ = std::move(maxOnHookInfo); }
+    // Game id to the longest idle time in seconds; nullopt unless type 5.
+    const std::optional<OnHookTimeMap>& maxOnHookInfo() const noexcept { return maxOnHookInfo_; }
+    void setMaxOnHookInfo(std::optional<OnHookTimeMap> maxOnHookInfo) { maxOnHookInfo_ = std::move(maxOnHookInfo); }
 
 private:
-    Value maxOnHookInfo_;
+    std::optional<OnHookTimeMap> maxOnHookInfo_;
 };
 
 }  // namespace nb

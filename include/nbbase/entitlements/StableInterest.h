@@ -17,9 +17,11 @@
 
 #include <cstdint>
 #include <memory>
-#include <utility>
+#include <optional>
 #include <string_view>
+#include <utility>
 
+#include "nbbase/entitlements/OnHookTimeMap.h"
 #include "nbbase/foundation/Value.h"
 
 namespace nb {
@@ -53,10 +55,11 @@ public:
     // not JSON; else the entry's elements when it is an array, a one-element array when it is a number, and
     // an empty array when it is anything else or missing.
     static Value arrayFromExtraData(std::string_view extraData, std::string_view key);
-    // The idle limits in a type-5 "extra_data" text, an array of {"game_id", "max_on_hook_time"}: absent
-    // when the text is empty or not JSON; else game id (as text, the only key a dictionary holds) to the
-    // time as the JSON gave it, a later element winning. Elements missing either key are skipped.
-    static Value maxOnHookInfoFromExtraData(std::string_view extraData);
+    // The idle limits in a type-5 "extra_data" text, an array of {"game_id", "max_on_hook_time"}: nullopt
+    // when the text is empty or not JSON; else game id (of the kind the JSON gave it) to the time as the
+    // JSON gave it, a later element winning. Elements missing either key are skipped, and a text that is
+    // JSON but not an array gives an empty map.
+    static std::optional<OnHookTimeMap> maxOnHookInfoFromExtraData(std::string_view extraData);
 
     std::int32_t hangup() const noexcept { return hangup_; }
     void setHangup(std::int32_t hangup) noexcept { hangup_ = hangup; }
