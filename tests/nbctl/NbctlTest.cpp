@@ -200,6 +200,10 @@ TEST_F(NbctlTest, ReferenceHostFinishes) {
     EXPECT_NE(o.out.find("delivered nimbo-event-login-success on the main thread: yes"), std::string::npos) << o.out;
     EXPECT_NE(o.out.find("log line forwarded to the SDK at level 8"), std::string::npos) << o.out;
     EXPECT_NE(o.out.find("start-up finished"), std::string::npos) << o.out;
+    // The table from the store's own fetch on the recording, base interests included.
+    EXPECT_NE(o.out.find("== entitlements ==\n"), std::string::npos) << o.out;
+    EXPECT_EQ(row(o.out, "quality 3"), (Cells{"quality 3", "yes", "yes"})) << o.out;
+    EXPECT_EQ(row(o.out, "\"1234\""), (Cells{"\"1234\"", "1800", "600"})) << o.out;
 }
 
 TEST_F(NbctlTest, EntitlementsOfTheRecording) {
