@@ -5,7 +5,9 @@
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <regex>
 #include <string>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -58,6 +60,23 @@ protected:
 bool oneLine(const std::string& text) {
     return !text.empty() && text.find('\n') == text.size() - 1;
 }
+
+// The cells of the table row whose first cell is `first`: columns are two or more spaces apart, and an
+// empty cell merges into its neighbours' gap. Empty when no line starts with that cell.
+std::vector<std::string> row(const std::string& out, const std::string& first) {
+    static const std::regex gap(" {2,}");
+    std::size_t start = 0;
+    while (start < out.size()) {
+        const std::size_t end = std::min(out.find('\n', start), out.size());
+        const std::string line = out.substr(start, end - start);
+        std::vector<std::string> cells(std::sregex_token_iterator(line.begin(), line.end(), gap, -1), {});
+        if (!cells.empty() && cells.front() == first) return cells;
+        start = end + 1;
+    }
+    return {};
+}
+
+using Cells = std::vector<std::string>;
 
 TEST_F(NbctlTest, WrittenValuesReadBackWithTheirTypes) {
     struct Case {
@@ -140,6 +159,8 @@ TEST_F(NbctlTest, FailuresAreOneLineWithAnExitCode) {
         EXPECT_TRUE(oneLine(o.err)) << o.err;
         EXPECT_EQ(o.err.rfind("nbctl: ", 0), 0u) << o.err;
     }
+    EXPECT_EQ(nbctl("entitlements --interests").exitCode, 2);
+    EXPECT_EQ(nbctl("entitlements surplus").exitCode, 2);
     // A failed write leaves the stored value alone.
     EXPECT_EQ(nbctl("defaults read present k").out, "v\n");
 }
@@ -179,6 +200,107 @@ TEST_F(NbctlTest, ReferenceHostFinishes) {
     EXPECT_NE(o.out.find("delivered nimbo-event-login-success on the main thread: yes"), std::string::npos) << o.out;
     EXPECT_NE(o.out.find("log line forwarded to the SDK at level 8"), std::string::npos) << o.out;
     EXPECT_NE(o.out.find("start-up finished"), std::string::npos) << o.out;
+    // The table from the store's own fetch on the recording, base interests included.
+    EXPECT_NE(o.out.find("== entitlements ==\n"), std::string::npos) << o.out;
+    EXPECT_EQ(row(o.out, "quality 3"), (Cells{"quality 3", "yes", "yes"})) << o.out;
+    EXPECT_EQ(row(o.out, "\"1234\""), (Cells{"\"1234\"", "1800", "600"})) << o.out;
+}
+
+TEST_F(NbctlTest, EntitlementsOfTheRecording) {
+    const Outcome o = nbctl("entitlements");
+    ASSERT_EQ(o.exitCode, 0) << o.err;
+    EXPECT_EQ(o.err, "");
+    EXPECT_NE(o.out.find("User level: 1 (VIP)\nServer time (currentTS): 1795000000 (2026-11-18 11:06:40 UTC)\n"),
+              std::string::npos)
+        << o.out;
+    const std::string offer = "svip-fps-120-month \"SVIP 120 FPS, one month\"";
+    const Cells rights[] = {
+        {"quality 0", "yes", "no"}, {"quality 1", "yes", "no"}, {"quality 2", "yes", "no"},
+        {"quality 3", "yes", "yes"}, {"30 fps", "yes", "no"},    {"60 fps", "yes", "no"},
+        {"90 fps", "no", offer},    {"120 fps", "no", offer},
+    };
+    for (const Cells& expected : rights) EXPECT_EQ(row(o.out, expected[0]), expected) << o.out;
+
+    EXPECT_NE(o.out.find("Quality and frame-rate trial ends 1795259200 (2026-11-21 11:06:40 UTC), svip yes\n"),
+              std::string::npos)
+        << o.out;
+    EXPECT_EQ(row(o.out, "quality [0,1,2,3]"),
+              (Cells{"quality [0,1,2,3]", "1795259200 (2026-11-21 11:06:40 UTC)", "live"}));
+    EXPECT_EQ(row(o.out, "frame rate [90]"),
+              (Cells{"frame rate [90]", "1794913600 (2026-11-17 11:06:40 UTC)", "ended"}));
+    EXPECT_NE(o.out.find("Next check: elapse -86400 s (due: fetch now), endTime 1794913600 (2026-11-17 11:06:40 UTC)\n"
+                         "            for type 7, property 2, isHaving yes, isTry yes\n"),
+              std::string::npos)
+        << o.out;
+    EXPECT_EQ(row(o.out, "\"1234\""), (Cells{"\"1234\"", "1800", "600"})) << o.out;
+    EXPECT_EQ(row(o.out, "\"5678\""), (Cells{"\"5678\"", "900", "300"})) << o.out;
+}
+
+TEST_F(NbctlTest, EntitlementsOfHandWrittenReplies) {
+    const auto write = [this](const char* name, const std::string& text) {
+        std::ofstream(folder_ / name) << text;
+        return "'" + (folder_ / name).string() + "'";
+    };
+    const std::string ordinary = write("ordinary.json", R"({"code": 0, "ts": 1795000000})");
+    const std::string svip = write("svip.json", R"({"code": 0, "svip": {"vip_flag": 1}})");
+    // Idle limits under the number 1234 and the text "1234": two games to the store.
+    const std::string idle = write("idle.json", R"({"code": 0, "data": {"timestamp": 1795000000,
+        "having": [{"type": 5, "extra_data":
+            "[{\"game_id\":1234,\"max_on_hook_time\":1200},{\"game_id\":\"1234\",\"max_on_hook_time\":60}]"}],
+        "available_present": [{"type": 4, "product_id": 777, "product_name": "VIP picture", "property": 1,
+                               "extra_data": "{\"frame\":[2]}"}],
+        "no_having": [{"type": 5, "extra_data": "[{\"game_id\":1234,\"max_on_hook_time\":300}]"}]}})");
+
+    const Outcome o = nbctl("entitlements --vip " + ordinary + " --interests " + idle);
+    ASSERT_EQ(o.exitCode, 0) << o.err;
+    EXPECT_NE(o.out.find("User level: 0 (ordinary)\n"), std::string::npos) << o.out;
+    EXPECT_EQ(row(o.out, "quality 1"), (Cells{"quality 1", "yes", "no"})) << o.out;
+    EXPECT_EQ(row(o.out, "quality 2"), (Cells{"quality 2", "no", "777 \"VIP picture\""})) << o.out;
+    EXPECT_EQ(row(o.out, "quality 3"), (Cells{"quality 3", "no", "-"})) << o.out;
+    EXPECT_EQ(row(o.out, "60 fps"), (Cells{"60 fps", "no", "-"})) << o.out;
+    EXPECT_NE(o.out.find("Quality and frame-rate trial: no held quality or frame-rate right\n"), std::string::npos);
+    EXPECT_NE(o.out.find("Next check: elapse -1795000000 s (due: fetch now), endTime 0\n"
+                         "            for type 0, property 0, isHaving no, isTry no\n"),
+              std::string::npos)
+        << o.out;
+    EXPECT_EQ(row(o.out, "1234"), (Cells{"1234", "1200", "300"})) << o.out;
+    EXPECT_EQ(row(o.out, "\"1234\""), (Cells{"\"1234\"", "60", "0"})) << o.out;
+
+    // The same recorded interests for an SVIP: his level gives every held value, so nothing is a trial.
+    const Outcome s = nbctl("entitlements --vip " + svip);
+    ASSERT_EQ(s.exitCode, 0) << s.err;
+    EXPECT_EQ(row(s.out, "quality 3"), (Cells{"quality 3", "yes", "no"})) << s.out;
+    EXPECT_EQ(row(s.out, "90 fps"), (Cells{"90 fps", "yes", "no"})) << s.out;
+    EXPECT_NE(s.out.find("Quality and frame-rate trial: none held (endTime 0, svip no)\n"), std::string::npos);
+    EXPECT_NE(s.out.find("isHaving yes, isTry no"), std::string::npos) << s.out;
+}
+
+TEST_F(NbctlTest, EntitlementsRefuseUnusableReplies) {
+    const auto write = [this](const char* name, const std::string& text) {
+        std::ofstream(folder_ / name) << text;
+        return (folder_ / name).string();
+    };
+    struct Case {
+        const char* option;
+        std::string file;
+        const char* reason;
+    } cases[] = {
+        {"--interests", (folder_ / "missing.json").string(), "no such file"},
+        {"--property", folder_.string(), "not a regular file"},
+        {"--vip", write("text.json", "vip: yes"), "not JSON"},
+        {"--vip", write("array.json", "[]"), "not an object"},
+        {"--property", write("busy.json", R"({"code": 3, "message": "busy\nlater"})"), "code 3: busy later"},
+        {"--interests", write("nodata.json", R"({"code": "0", "data": []})"), "no \"data\" object"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.file);
+        const Outcome o = nbctl(std::string("entitlements ") + c.option + " '" + c.file + "'");
+        EXPECT_EQ(o.exitCode, 1);
+        EXPECT_EQ(o.out, "");
+        EXPECT_TRUE(oneLine(o.err)) << o.err;
+        EXPECT_EQ(o.err.rfind("nbctl: " + c.file + ": ", 0), 0u) << o.err;
+        EXPECT_NE(o.err.find(c.reason), std::string::npos) << o.err;
+    }
 }
 
 }  // namespace

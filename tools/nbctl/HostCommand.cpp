@@ -6,12 +6,16 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <memory>
+#include <optional>
 #include <system_error>
 
 #include <fmt/format.h>
 
 #include "ConfigCommand.h"
+#include "EntitlementTable.h"
+#include "EntitlementsCommand.h"
 #include "PlistText.h"
 #include "SdkCommand.h"
 #include "nbbase/NBConstants.h"
@@ -20,6 +24,8 @@
 #include "nbbase/core/NBConfiguration.h"
 #include "nbbase/core/NBEventCenter.h"
 #include "nbbase/core/NimboSdkManager.h"
+#include "nbbase/entitlements/InterestsInfo.h"
+#include "nbbase/entitlements/VipInfo.h"
 #include "nbbase/foundation/ConcurrentQueue.h"
 #include "nbbase/foundation/Folders.h"
 #include "nbbase/foundation/MainBundle.h"
@@ -103,9 +109,58 @@ bool playSignIn(NBConfiguration& configuration, const std::shared_ptr<NBEventCen
     return ok;
 }
 
+// Entitlements: the interests store on the host's bridge fetches the interests as a client does after
+// sign-in, and the table shows what the user may use. The VIP reply comes from the client (no SDK request
+// delivers it) and decides the level the trial flags are computed for, so it is parsed first.
+bool playEntitlements(NBConfiguration& configuration, NimboSdkManager& bridge, const std::filesystem::path& replies,
+                      MainQueue& main) {
+    section("entitlements");
+    const auto vipReply = EntitlementsCommand::readReply(replies / "vipInfo.json", false);
+    if (!vipReply) return false;
+    VipInfo vip;
+    vip.parse(*vipReply);
+    const auto interests = InterestsInfo::create(bridge, configuration, vip, NBLog::sharedInstance());
+
+    // The result is set on the main queue; the callback may outlive this function after a timeout.
+    auto result = std::make_shared<std::optional<std::int32_t>>();
+    interests->fetchInterests(Value::array({1234}), std::nullopt, [&main, result](std::int32_t answer) {
+        main.async([result, answer] { *result = answer; });
+    });
+    // The base interests have no completion callback: fetchInterests asked for them and their reply is
+    // parsed on the SDK's thread. A tick on the main queue has runUntil look again until they are in.
+    const auto hasBase = [&interests] {
+        const auto levels = interests->stableInterestDict();
+        return levels && !levels->empty();
+    };
+    auto tick = std::make_shared<std::function<void()>>();
+    *tick = [&main, weak = std::weak_ptr<std::function<void()>>(tick)] {
+        if (const auto next = weak.lock()) main.asyncAfter(std::chrono::milliseconds(20), *next);
+    };
+    (*tick)();
+    const bool settled =
+        main.runUntil([&] { return *result && (**result != 0 || hasBase()); }, std::chrono::seconds(10));
+    tick.reset();
+    if (!*result) {
+        fmt::print(stderr, "nbctl: the interests did not arrive in 10 seconds\n");
+        return false;
+    }
+    if (**result != 0) {
+        fmt::print(stderr, "nbctl: fetching the interests failed ({})\n", **result);
+        return false;
+    }
+    if (!settled) {
+        fmt::print(stderr, "nbctl: the base interests (user-property reply) did not arrive in 10 seconds\n");
+        return false;
+    }
+    fmt::print("fetchInterests for games [1234]: result 0, passed to the main queue; base interests of {} levels\n\n",
+               interests->stableInterestDict()->size());
+    fmt::print("{}", EntitlementTable(*interests, vip).text());
+    return true;
+}
+
 // The SDK bridge: created from the stored identity on ReplaySdk, which answers from recorded replies;
 // the library's log lines now go to the SDK's log.
-bool playSdk(NBConfiguration& configuration, const std::filesystem::path& replies) {
+bool playSdk(NBConfiguration& configuration, const std::filesystem::path& replies, MainQueue& main) {
     section("sdk");
     std::string error;
     if (!ReplaySdk::validateFolder(replies, &error)) {
@@ -136,6 +191,7 @@ bool playSdk(NBConfiguration& configuration, const std::filesystem::path& replie
         fmt::print("{}: {}\n", operation, text.substr(0, text.find('\n')));
         ok = ok && outcome->answered && !outcome->failed;
     }
+    ok = ok && playEntitlements(configuration, bridge, replies, main);
     bridge.uninitializeSDK();
     NimboSDKInterface::setClassObject(nullptr);
     NBLog::sharedInstance().setLogHandler(nullptr);
@@ -178,7 +234,7 @@ int HostCommand::run() const {
         MainQueue& main = MainQueue::sharedInstance();
         const auto events = std::make_shared<NBEventCenter>(main);
         playSettings(configuration);
-        ok = playSignIn(configuration, events, main) && playSdk(configuration, replies_);
+        ok = playSignIn(configuration, events, main) && playSdk(configuration, replies_, main);
     }
 
     NBLog::sharedInstance().setLogHandler(nullptr);

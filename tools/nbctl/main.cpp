@@ -7,6 +7,7 @@
 
 #include "ConfigCommand.h"
 #include "DefaultsCommand.h"
+#include "EntitlementsCommand.h"
 #include "ErrorCommand.h"
 #include "HostCommand.h"
 #include "SdkCommand.h"
@@ -26,6 +27,7 @@ int main(int argc, char** argv) {
     nb::nbctl::ErrorCommand error(app);
     nb::nbctl::SdkCommand sdk(app, NBCTL_DEFAULT_REPLIES);
     nb::nbctl::HostCommand host(app, NBCTL_DEFAULT_REPLIES);
+    nb::nbctl::EntitlementsCommand entitlements(app, NBCTL_DEFAULT_REPLIES);
 
     try {
         app.parse(argc, argv);
@@ -39,5 +41,6 @@ int main(int argc, char** argv) {
     if (config.selected()) return config.run();
     if (error.selected()) return error.run();
     if (sdk.selected()) return sdk.run();
+    if (entitlements.selected()) return entitlements.run();
     return host.run();
 }
