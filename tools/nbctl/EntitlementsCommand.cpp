@@ -12,7 +12,6 @@
 #include <fmt/format.h>
 
 #include "EntitlementTable.h"
-#include "InertQueue.h"
 #include "nbbase/common/NBLog.h"
 #include "nbbase/common/NBNetworkCheck.h"
 #include "nbbase/core/NBConfiguration.h"
@@ -104,15 +103,15 @@ int EntitlementsCommand::run() const {
     // The store's collaborators, built here rather than shared, so nothing touches the user's settings:
     // no suite, and no home folder (nothing below reads the configuration file). The bridge never gets an
     // SDK instance; its constructor still starts the network monitor, which the fixed probe keeps quiet.
+    // Nothing is fetched, so the background queue stays idle.
     NBLog log;
     NBConfiguration configuration(nullptr, std::filesystem::path(), {}, {});
     NBNetworkCheck network([] { return NBNetworkCheck::kNone; });
     NimboSdkManager bridge(nullptr, {}, configuration, network, log);
-    InertQueue background(log);
 
     VipInfo vip;
     vip.parse(*vipReply);
-    const auto interests = InterestsInfo::create(bridge, configuration, vip, log, background);
+    const auto interests = InterestsInfo::create(bridge, configuration, vip, log);
     if (!interests->parseUserPropertyInterests(textOf(*propertyReply))) {
         refuse(propertyPath, "the interests store refused the user-property reply");
         return 1;

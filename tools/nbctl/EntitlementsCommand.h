@@ -9,7 +9,7 @@
 // The replies are parsed as a client does, in this order: the VIP reply (it decides the level the trial
 // flags are computed for), the base interests, then the full interests, whose parse recomputes the flags.
 // Nothing is fetched and nothing is written: the interests store gets a bridge without an SDK instance, a
-// configuration without a settings suite and a queue that runs no work.
+// configuration without a settings suite.
 //
 // Exit codes: 0 the table was printed; 1 a reply was refused, with one line on standard error naming the
 // file: it cannot be read, it is not a JSON object, its "code" is not 0 (a recorded failure has nothing to

@@ -6,7 +6,6 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <functional>
 #include <memory>
 #include <optional>
 #include <system_error>
@@ -29,6 +28,7 @@
 #include "nbbase/foundation/ConcurrentQueue.h"
 #include "nbbase/foundation/Folders.h"
 #include "nbbase/foundation/MainBundle.h"
+#include "nbbase/foundation/SerialQueue.h"
 #include "nbbase/foundation/MainQueue.h"
 #include "nbbase/foundation/PropertyList.h"
 #include "nbbase/foundation/UserDefaults.h"
@@ -117,29 +117,19 @@ bool playEntitlements(NBConfiguration& configuration, NimboSdkManager& bridge, c
     section("entitlements");
     const auto vipReply = EntitlementsCommand::readReply(replies / "vipInfo.json", false);
     if (!vipReply) return false;
-    VipInfo vip;
+    // The process-wide VIP record, as a client's reply handler fills it; it outlives any late reply.
+    VipInfo& vip = VipInfo::sharedInstance();
     vip.parse(*vipReply);
-    const auto interests = InterestsInfo::create(bridge, configuration, vip, NBLog::sharedInstance());
+    // A serial background queue sends the base-interest query that the fetch starts with before the
+    // interests request, and ReplaySdk answers in call order, so both replies are in once the fetch reports.
+    SerialQueue background("nbctl.interests");
+    const auto interests = InterestsInfo::create(bridge, configuration, vip, NBLog::sharedInstance(), background);
 
-    // The result is set on the main queue; the callback may outlive this function after a timeout.
-    auto result = std::make_shared<std::optional<std::int32_t>>();
+    auto result = std::make_shared<std::optional<std::int32_t>>();  // set on the main queue
     interests->fetchInterests(Value::array({1234}), std::nullopt, [&main, result](std::int32_t answer) {
         main.async([result, answer] { *result = answer; });
     });
-    // The base interests have no completion callback: fetchInterests asked for them and their reply is
-    // parsed on the SDK's thread. A tick on the main queue has runUntil look again until they are in.
-    const auto hasBase = [&interests] {
-        const auto levels = interests->stableInterestDict();
-        return levels && !levels->empty();
-    };
-    auto tick = std::make_shared<std::function<void()>>();
-    *tick = [&main, weak = std::weak_ptr<std::function<void()>>(tick)] {
-        if (const auto next = weak.lock()) main.asyncAfter(std::chrono::milliseconds(20), *next);
-    };
-    (*tick)();
-    const bool settled =
-        main.runUntil([&] { return *result && (**result != 0 || hasBase()); }, std::chrono::seconds(10));
-    tick.reset();
+    main.runUntil([&] { return result->has_value(); }, std::chrono::seconds(10));
     if (!*result) {
         fmt::print(stderr, "nbctl: the interests did not arrive in 10 seconds\n");
         return false;
@@ -148,8 +138,9 @@ bool playEntitlements(NBConfiguration& configuration, NimboSdkManager& bridge, c
         fmt::print(stderr, "nbctl: fetching the interests failed ({})\n", **result);
         return false;
     }
-    if (!settled) {
-        fmt::print(stderr, "nbctl: the base interests (user-property reply) did not arrive in 10 seconds\n");
+    const auto levels = interests->stableInterestDict();
+    if (!levels || levels->empty()) {
+        fmt::print(stderr, "nbctl: the base interests (user-property reply) did not arrive\n");
         return false;
     }
     fmt::print("fetchInterests for games [1234]: result 0, passed to the main queue; base interests of {} levels\n\n",
