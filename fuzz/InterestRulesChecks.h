@@ -132,6 +132,7 @@ inline void checkTimer(const nb::InterestRules& rules) {
                              {"isTry", Kind::Bool},
                              {"endTime", Kind::Integer}}));
     const std::int64_t endTime = timer["endTime"].longLongValue();
+    // Extreme server times must not make the difference overflow: the caller would set a timer from it.
     std::int64_t elapse = 0;
     check(!__builtin_sub_overflow(endTime, snapshot.currentTS, &elapse) && timer["elapse"].longLongValue() == elapse);
     const bool isHaving = timer["isHaving"].boolValue();
