@@ -7,6 +7,7 @@
 
 #include <string>
 
+#include "RapidJsonBaseline.h"
 #include "nbbase/foundation/Json.h"
 
 namespace {
@@ -32,9 +33,6 @@ const std::string& document() {
     return *text;
 }
 
-constexpr unsigned kSameFlags =
-    rapidjson::kParseIterativeFlag | rapidjson::kParseValidateEncodingFlag | rapidjson::kParseFullPrecisionFlag;
-
 void BM_DecodeIntoValue(benchmark::State& state) {
     const std::string& text = document();
     for (auto _ : state) {
@@ -46,16 +44,7 @@ void BM_DecodeIntoValue(benchmark::State& state) {
 }
 BENCHMARK(BM_DecodeIntoValue)->Unit(benchmark::kMillisecond);
 
-void BM_RapidJsonDomSameFlags(benchmark::State& state) {
-    const std::string& text = document();
-    for (auto _ : state) {
-        rapidjson::Document d;
-        d.Parse<kSameFlags>(text.data(), text.size());
-        if (d.HasParseError()) state.SkipWithError("parse failed");
-        benchmark::DoNotOptimize(d);
-    }
-    state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * text.size()));
-}
+void BM_RapidJsonDomSameFlags(benchmark::State& state) { nbbench::rapidJsonDomSameFlags(state, document()); }
 BENCHMARK(BM_RapidJsonDomSameFlags)->Unit(benchmark::kMillisecond);
 
 // For reference: the DOM with its fastest defaults (recursive, approximate reals, no UTF-8 check).
@@ -82,7 +71,7 @@ BENCHMARK(BM_EncodeValue)->Unit(benchmark::kMillisecond);
 
 void BM_RapidJsonDomWrite(benchmark::State& state) {
     rapidjson::Document d;
-    d.Parse<kSameFlags>(document().data(), document().size());
+    d.Parse<nbbench::kSameFlags>(document().data(), document().size());
     for (auto _ : state) {
         rapidjson::StringBuffer buffer;
         rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
