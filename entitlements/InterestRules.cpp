@@ -1,6 +1,7 @@
 #include "nbbase/entitlements/InterestRules.h"
 
 #include <algorithm>
+#include <limits>
 #include <optional>
 #include <utility>
 
@@ -21,6 +22,13 @@ const List& orEmpty(const std::shared_ptr<const List>& list) {
 
 Value triability(bool isTry, std::int32_t frame) {
     return Value::dictionary({{"isTry", isTry}, {"frame", frame}});
+}
+
+// end - now, held at the int64 limits: only server times absurdly far apart reach them.
+std::int64_t secondsUntil(std::int64_t end, std::int64_t now) {
+    std::int64_t elapse = 0;
+    if (!__builtin_sub_overflow(end, now, &elapse)) return elapse;
+    return now < 0 ? std::numeric_limits<std::int64_t>::max() : std::numeric_limits<std::int64_t>::min();
 }
 
 constexpr std::int64_t kLevels[] = {StableInterest::kPropertyOrdinary, StableInterest::kPropertyVip,
@@ -241,7 +249,7 @@ Value InterestRules::getNextCheckInterestsInfoTimerElapse() const {
     for (const auto& record : having()) consider(*record, record->endTime(), true);
     for (const auto& record : offered()) consider(*record, record->endTime(), false);
     return Value::dictionary({
-        {"elapse", end - snapshot_->currentTS},
+        {"elapse", secondsUntil(end, snapshot_->currentTS)},
         {"property", static_cast<std::int32_t>(chosen ? getPropertyByInterest(*chosen) : 0)},
         {"type", chosen ? chosen->type() : 0},
         {"isHaving", isHaving},

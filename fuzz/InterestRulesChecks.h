@@ -132,9 +132,13 @@ inline void checkTimer(const nb::InterestRules& rules) {
                              {"isTry", Kind::Bool},
                              {"endTime", Kind::Integer}}));
     const std::int64_t endTime = timer["endTime"].longLongValue();
-    // Extreme server times must not make the difference overflow: the caller would set a timer from it.
+    // The difference itself, or the nearest int64 limit when it does not fit.
     std::int64_t elapse = 0;
-    check(!__builtin_sub_overflow(endTime, snapshot.currentTS, &elapse) && timer["elapse"].longLongValue() == elapse);
+    if (__builtin_sub_overflow(endTime, snapshot.currentTS, &elapse)) {
+        elapse = snapshot.currentTS < 0 ? std::numeric_limits<std::int64_t>::max()
+                                        : std::numeric_limits<std::int64_t>::min();
+    }
+    check(timer["elapse"].longLongValue() == elapse);
     const bool isHaving = timer["isHaving"].boolValue();
     const std::int32_t type = timer["type"].intValue();
 

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <limits>
 #include <string>
 
 #include "nbbase/foundation/Json.h"
@@ -161,6 +162,9 @@ TEST(InterestRulesTest, NextCheckTimerPicksTheFirstEnd) {
         EXPECT_EQ(timer["isTry"], Value(c.isTry));
         EXPECT_EQ(timer.size(), 6U);
     }
+    // A server time near the int64 limit makes no overflow: elapse stops at the limit.
+    const Value extreme = rulesFor(R"({"timestamp": -9223372036854775808})").getNextCheckInterestsInfoTimerElapse();
+    EXPECT_EQ(extreme["elapse"], Value(std::numeric_limits<long long>::max()));
 }
 
 TEST(InterestRulesTest, IdleLimitsPerGame) {

@@ -90,7 +90,8 @@ public:
     // The monitored record (types 4, 5, 7, with an end time above 0) that ends first, held records before
     // offered ones and earlier before later on a tie, as {"elapse": end - currentTS, "property", "type",
     // "isHaving", "isTry", "endTime"}. With nothing to monitor "endTime" is 0 and "elapse" is -currentTS:
-    // the caller sees a negative elapse as "fetch now", so it is not clamped.
+    // the caller sees a negative elapse as "fetch now", so it is not clamped, except that a difference
+    // beyond 64 bits (server times near the limits) stops at the nearest limit.
     Value getNextCheckInterestsInfoTimerElapse() const;
     // The idle limit in seconds for the game in the first idle-play record that names it: held records when
     // haveInterest, else the limits for users without the right; 0 when none names it. The id must be of
