@@ -175,15 +175,10 @@ TEST_F(NBConfigurationTest, GameTags) {
         const char* payChannel;
         Opt expected;
     } cases[] = {
-        {Value("beta"), "0.0.1", "korvane", "beta"},
-        {Value(), "0.0.1", "", "mac_release"},
-        {Value(), "3.9999.1", "", "mac_release"},
-        {Value(), "3.2.0", "korvane", "mac_release"},
-        {Value(), "3.2.0", "other", std::nullopt},
-        {Value(""), "3.2.0", "other", ""},
-        {std::nullopt, "3.2.0", "other", ""},
-        {std::nullopt, "39999.1", "other", ""},
-    };
+        {Value("beta"), "0.0.1", "korvane", "beta"},        {Value(), "0.0.1", "", "mac_release"},
+        {Value(), "3.9999.1", "", "mac_release"},           {Value(), "3.2.0", "korvane", "mac_release"},
+        {Value(), "3.2.0", "other", std::nullopt},          {Value(""), "3.2.0", "other", ""},
+        {std::nullopt, "3.2.0", "other", ""},               {std::nullopt, "39999.1", "other", ""}};
     for (const auto& c : cases) {
         SCOPED_TRACE(std::string(c.version) + " " + c.payChannel);
         fs::remove(home_ / NBConfiguration::kSdkConfigFileName);
@@ -194,17 +189,15 @@ TEST_F(NBConfigurationTest, GameTags) {
 }
 
 TEST_F(NBConfigurationTest, SupplyIdIsDecidedOnceFromTheBundle) {
-    const struct {
-        Value channel;
-        const char* expected;
-    } cases[] = {{Value(), "nimbo"}, {Value(""), "nimbo"}, {Value(7), "nimbo"}, {Value("store"), "store"}};
-    for (const auto& c : cases) {
+    const std::pair<Value, const char*> cases[] = {
+        {Value(), "nimbo"}, {Value(""), "nimbo"}, {Value(7), "nimbo"}, {Value("store"), "store"}};
+    for (const auto& [channel, expected] : cases) {
         config_->userDefaults()->removePersistentDomain();
-        setBundle(Value::dictionary({{"NIMBODistributionChannel", c.channel}}));
+        setBundle(Value::dictionary({{"NIMBODistributionChannel", channel}}));
         config_->checkSupplyId();
         setBundle(Value::dictionary({{"NIMBODistributionChannel", "later"}}));
         config_->checkSupplyId();
-        EXPECT_EQ(config_->supplyId(), c.expected);
+        EXPECT_EQ(config_->supplyId(), expected);
     }
 }
 

@@ -79,27 +79,18 @@ std::vector<std::string> row(const std::string& out, const std::string& first) {
 using Cells = std::vector<std::string>;
 
 TEST_F(NbctlTest, WrittenValuesReadBackWithTheirTypes) {
-    struct Case {
-        const char* args;
-        nb::Value expected;
-    } cases[] = {
-        {"name -string 'Lantern Quest'", "Lantern Quest"},
-        {"plain hello", "hello"},
-        {"count -int -42", -42},
-        {"ratio -float 0.25", 0.25},
-        {"flag -bool YES", true},
-        {"off -boolean false", false},
+    const std::pair<const char*, nb::Value> cases[] = {
+        {"name -string 'Lantern Quest'", "Lantern Quest"}, {"plain hello", "hello"}, {"count -int -42", -42},
+        {"ratio -float 0.25", 0.25}, {"flag -bool YES", true}, {"off -boolean false", false},
         {"list -array a 'b c'", nb::Value::array({"a", "b c"})},
-        {"map -dict k1 v1 k2 v2", nb::Value::dictionary({{"k1", "v1"}, {"k2", "v2"}})},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.args);
-        const Outcome w = nbctl(std::string("defaults write com.example.app ") + c.args);
+        {"map -dict k1 v1 k2 v2", nb::Value::dictionary({{"k1", "v1"}, {"k2", "v2"}})}};
+    for (const auto& [args, expected] : cases) {
+        SCOPED_TRACE(args);
+        const Outcome w = nbctl(std::string("defaults write com.example.app ") + args);
         ASSERT_EQ(w.exitCode, 0) << w.err;
-        const std::string key = std::string(c.args).substr(0, std::string(c.args).find(' '));
-        const nb::Value read = readJson("com.example.app " + key);
-        EXPECT_EQ(read, c.expected);
-        EXPECT_EQ(read.kind(), c.expected.kind());
+        const nb::Value read = readJson("com.example.app " + std::string(args).substr(0, std::string(args).find(' ')));
+        EXPECT_EQ(read, expected);
+        EXPECT_EQ(read.kind(), expected.kind());
     }
     // The whole suite, as the library itself reads it.
     nb::UserDefaults defaults("com.example.app", folder_);
@@ -125,36 +116,22 @@ TEST_F(NbctlTest, ReadablePlistOutputDomainsAndDelete) {
 
 TEST_F(NbctlTest, FailuresAreOneLineWithAnExitCode) {
     ASSERT_EQ(nbctl("defaults write present k v").exitCode, 0);
-    struct Case {
-        const char* args;
-        int exitCode;
-    } cases[] = {
-        {"defaults read missing.suite", 1},
-        {"defaults read present nokey", 1},
-        {"defaults delete present nokey", 1},
-        {"defaults write present k -int abc", 2},
-        {"defaults write present k -int", 2},
-        {"defaults write present k -bool maybe", 2},
-        {"defaults write present k -dict a", 2},
-        {"defaults write present k -colour red", 2},
-        {"defaults write present k", 2},
-        {"defaults", 2},
-        {"defaults frobnicate", 2},
-        {"nosuchcommand", 2},
-        {"error", 2},
-        {"error twelve", 2},
-        {"sdk noSuchOperation", 2},
-        {"sdk getTimeStamp --replies /nonexistent/replies", 1},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.args);
-        const Outcome o = nbctl(c.args);
-        EXPECT_EQ(o.exitCode, c.exitCode);
+    // Exit status 1 for what is missing or cannot be done, 2 for a wrong command line.
+    const std::pair<const char*, int> cases[] = {
+        {"defaults read missing.suite", 1}, {"defaults read present nokey", 1}, {"defaults delete present nokey", 1},
+        {"defaults write present k -int abc", 2}, {"defaults write present k -int", 2},
+        {"defaults write present k -bool maybe", 2}, {"defaults write present k -dict a", 2},
+        {"defaults write present k -colour red", 2}, {"defaults write present k", 2}, {"defaults", 2},
+        {"defaults frobnicate", 2}, {"nosuchcommand", 2}, {"error", 2}, {"error twelve", 2},
+        {"sdk noSuchOperation", 2}, {"sdk getTimeStamp --replies /nonexistent/replies", 1},
+        {"entitlements --interests", 2}, {"entitlements surplus", 2}};
+    for (const auto& [args, exitCode] : cases) {
+        SCOPED_TRACE(args);
+        const Outcome o = nbctl(args);
+        EXPECT_EQ(o.exitCode, exitCode);
         EXPECT_TRUE(oneLine(o.err)) << o.err;
         EXPECT_EQ(o.err.rfind("nbctl: ", 0), 0u) << o.err;
     }
-    EXPECT_EQ(nbctl("entitlements --interests").exitCode, 2);
-    EXPECT_EQ(nbctl("entitlements surplus").exitCode, 2);
     // A failed write leaves the stored value alone.
     EXPECT_EQ(nbctl("defaults read present k").out, "v\n");
 }

@@ -3,7 +3,6 @@
 #include <atomic>
 #include <climits>
 #include <fstream>
-#include <sstream>
 #include <thread>
 
 #include <gtest/gtest.h>
