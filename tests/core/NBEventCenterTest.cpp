@@ -134,7 +134,8 @@ TEST_F(NBEventCenterTest, ConcurrentPostersReachSteadyListenersOnceEachInPostOrd
             for (int round = 0; posting; ++round) {
                 auto transient = std::make_shared<Tally>();
                 center_.addEventListener(transient, &Tally::onEvent, "tick", nullptr);
-                const auto blockToken = center_.addEventListenerForName("tick", nullptr, nullptr, [](const Notification&) {});
+                const auto blockToken =
+                    center_.addEventListenerForName("tick", nullptr, nullptr, [](const Notification&) {});
                 std::this_thread::yield();
                 center_.removeListener(blockToken);
                 if ((round + c) % 2 == 0) center_.removeListener(transient.get());  // else dropped unremoved

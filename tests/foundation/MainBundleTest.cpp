@@ -19,8 +19,9 @@ TEST(MainBundleTest, ReadsInfoPlistInEitherFormatAndNothingElse) {
         std::ofstream(info) << bytes;
         EXPECT_EQ(MainBundle::fromFolder(dir.path()), nullptr) << bytes;
     }
-    const nb::Value dictionary = nb::Value::dictionary(
-        {{"CFBundleIdentifier", "com.example.client"}, {"CFBundleShortVersionString", "3.2.1"}, {"CFBundleVersion", 3021}});
+    const nb::Value dictionary = nb::Value::dictionary({{"CFBundleIdentifier", "com.example.client"},
+                                                        {"CFBundleShortVersionString", "3.2.1"},
+                                                        {"CFBundleVersion", 3021}});
     for (auto format : {nb::PropertyList::Format::Xml, nb::PropertyList::Format::Binary}) {
         const auto bytes = nb::PropertyList::write(dictionary, format);
         ASSERT_TRUE(bytes);
@@ -37,8 +38,8 @@ TEST(MainBundleTest, HostSetBundleWinsUntilCleared) {
     const auto found = MainBundle::main();
     ASSERT_TRUE(found);
     EXPECT_FALSE(found->executableName().empty());
-    MainBundle::setMain(std::make_shared<MainBundle>(nb::Value::dictionary({{"CFBundleIdentifier", "com.example.host"}}),
-                                                     std::filesystem::path()));
+    const nb::Value info = nb::Value::dictionary({{"CFBundleIdentifier", "com.example.host"}});
+    MainBundle::setMain(std::make_shared<MainBundle>(info, std::filesystem::path()));
     EXPECT_EQ(MainBundle::main()->bundleIdentifier(), "com.example.host");
     MainBundle::setMain(nullptr);
     EXPECT_EQ(MainBundle::main()->bundleIdentifier(), found->bundleIdentifier());

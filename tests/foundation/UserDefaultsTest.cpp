@@ -148,7 +148,8 @@ TEST_F(UserDefaultsTest, NoAcknowledgedWriteIsLostWhenTheWriterIsKilled) {
     std::mt19937 random(std::random_device{}());
     std::vector<long long> acknowledged;
     for (int kill = 0; kill < 50; ++kill) {
-        ChildProcess writer = ChildProcess::start(child({"loop", folder_.string(), "Crash", std::to_string(kill * 100000)}));
+        ChildProcess writer =
+            ChildProcess::start(child({"loop", folder_.string(), "Crash", std::to_string(kill * 100000)}));
         ASSERT_GT(writer.pid, 0);
         // Let it get a random distance into its work, then kill it in the middle of a set.
         for (int acks = std::uniform_int_distribution<int>(1, 25)(random); acks > 0; --acks) {

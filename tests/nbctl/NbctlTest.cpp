@@ -35,8 +35,9 @@ protected:
     // Runs nbctl with the test's preferences folder; arguments are single-quoted for the shell.
     Outcome nbctl(const std::string& args, const std::string& environment = "") const {
         const std::string errFile = (folder_ / "stderr.txt").string();
-        FILE* pipe = popen((environment + " " + NBBASE_NBCTL_PATH + " --preferences '" + folder_.string() + "' " + args +
-                            " 2>'" + errFile + "'").c_str(), "r");
+        const std::string command = environment + " " + NBBASE_NBCTL_PATH + " --preferences '" + folder_.string() +
+                                    "' " + args + " 2>'" + errFile + "'";
+        FILE* pipe = popen(command.c_str(), "r");
         Outcome outcome;
         if (pipe == nullptr) return outcome;
         std::array<char, 4096> buf{};
@@ -101,7 +102,8 @@ TEST_F(NbctlTest, WrittenValuesReadBackWithTheirTypes) {
 TEST_F(NbctlTest, ReadablePlistOutputDomainsAndDelete) {
     ASSERT_EQ(nbctl("defaults write b.suite list -array one 'two words'").exitCode, 0);
     ASSERT_EQ(nbctl("defaults write b.suite n -int 7").exitCode, 0);
-    EXPECT_EQ(nbctl("defaults read b.suite").out, "{\n    list = (\n        one,\n        \"two words\"\n    );\n    n = 7;\n}\n");
+    EXPECT_EQ(nbctl("defaults read b.suite").out,
+              "{\n    list = (\n        one,\n        \"two words\"\n    );\n    n = 7;\n}\n");
     EXPECT_EQ(nbctl("defaults read b.suite n").out, "7\n");
 
     ASSERT_EQ(nbctl("defaults write a.suite k v").exitCode, 0);
@@ -184,7 +186,8 @@ TEST_F(NbctlTest, EntitlementsOfTheRecording) {
     const Outcome o = nbctl("entitlements");
     ASSERT_EQ(o.exitCode, 0) << o.err;
     EXPECT_EQ(o.err, "");
-    EXPECT_THAT(o.out, HasSubstr("User level: 1 (VIP)\nServer time (currentTS): 1795000000 (2026-11-18 11:06:40 UTC)\n"));
+    EXPECT_THAT(o.out,
+                HasSubstr("User level: 1 (VIP)\nServer time (currentTS): 1795000000 (2026-11-18 11:06:40 UTC)\n"));
     const std::string offer = "svip-fps-120-month \"SVIP 120 FPS, one month\"";
     expectRows(o.out, {{"quality 0", "yes", "no"}, {"quality 1", "yes", "no"}, {"quality 2", "yes", "no"},
                        {"quality 3", "yes", "yes"}, {"30 fps", "yes", "no"}, {"60 fps", "yes", "no"},
@@ -193,8 +196,8 @@ TEST_F(NbctlTest, EntitlementsOfTheRecording) {
                        {"frame rate [90]", "1794913600 (2026-11-17 11:06:40 UTC)", "ended"},
                        {"\"1234\"", "1800", "600"}, {"\"5678\"", "900", "300"}});
     EXPECT_THAT(o.out, HasSubstr("Quality and frame-rate trial ends 1795259200 (2026-11-21 11:06:40 UTC), svip yes\n"));
-    EXPECT_THAT(o.out, HasSubstr("Next check: elapse -86400 s (due: fetch now), endTime 1794913600 (2026-11-17 11:06:40 "
-                                 "UTC)\n            for type 7, property 2, isHaving yes, isTry yes\n"));
+    EXPECT_THAT(o.out, HasSubstr("Next check: elapse -86400 s (due: fetch now), endTime 1794913600 (2026-11-17 "
+                                 "11:06:40 UTC)\n            for type 7, property 2, isHaving yes, isTry yes\n"));
 }
 
 TEST_F(NbctlTest, EntitlementsOfHandWrittenReplies) {

@@ -85,10 +85,9 @@ TEST_F(ReplaySdkTest, DeliversEachOperationInItsOwnForm) {
                              in_.failure("interests"));
     sdk.getCommonMiniProgramQRCode("x", "p", "tok", "ad", in_.success("qr", sdk), in_.failure("qr"));
     sdk.queryCoupons(Value(), in_.success("coupons", sdk), [](std::int32_t) {});
-    sdk.requestClickButtonCallback(Value("ctx"), "ticket", 1,
-                                   [this, &sdk](std::int32_t code, const std::optional<std::string>& message) {
-                                       in_.add("click", Value(code == 7 && message == "done"), sdk.isAnswerQueueCurrent());
-                                   });
+    sdk.requestClickButtonCallback(Value("ctx"), "ticket", 1, [this, &sdk](std::int32_t code, const auto& message) {
+        in_.add("click", Value(code == 7 && message == "done"), sdk.isAnswerQueueCurrent());
+    });
     ASSERT_TRUE(in_.waitFor(4));
     EXPECT_EQ(in_["interests"], Value(interests));  // the file's own text, not re-encoded
     EXPECT_EQ(in_["qr"], Value(nb::Data{0x89, 'P', 'N', 'G', 0, '\r', '\n'}));
@@ -106,7 +105,8 @@ TEST_F(ReplaySdkTest, NeverAnswersInsideTheCall) {
     sdk.queryUserPropertyInterests(
         [&sdk, &insideCall, inbox](const Value&) {
             insideCall = true;
-            sdk.queryUserPropertyInterests([&insideCall, inbox](const Value&) { inbox->add("inner", !insideCall); }, {});
+            sdk.queryUserPropertyInterests([&insideCall, inbox](const Value&) { inbox->add("inner", !insideCall); },
+                                           {});
             insideCall = false;
         },
         {});
@@ -161,7 +161,8 @@ TEST_F(ReplaySdkTest, LatencyDelaysTheAnswer) {
     EXPECT_EQ(sdk.getTimeStamp(), 5);
     EXPECT_GE(Clock::now() - start, 60ms);
     const auto asked = Clock::now();
-    sdk.checkGameHangUpStatus(Value(), [this, asked](const Value&) { in_.add("hang", Clock::now() - asked >= 60ms); }, {});
+    sdk.checkGameHangUpStatus(
+        Value(), [this, asked](const Value&) { in_.add("hang", Clock::now() - asked >= 60ms); }, {});
     ASSERT_TRUE(in_.waitFor(1));
     EXPECT_EQ(in_["hang"], Value(true));
 }
@@ -236,8 +237,8 @@ TEST_F(ReplaySdkTest, DestroyedWithAnswersQueued) {
             sdk.setReply("stopHangUp", Value("{}"));
             sdk.setReply("startHangUp", Value("{}"));
             sdk.setLatency("startHangUp", 200ms);
+            const auto answer = [inbox](std::string tag) { return [inbox, tag](const Value&) { inbox->add(tag, 1); }; };
             for (int i = 0; i < 300; ++i) {
-                const auto answer = [inbox](std::string tag) { return [inbox, tag](const Value&) { inbox->add(tag, 1); }; };
                 sdk.stopHangUp("t", "g", "i", answer("stop " + std::to_string(i)), {});
                 sdk.startHangUp("t", "g", "i", 1, answer("start " + std::to_string(i)), {});
             }
