@@ -1,5 +1,4 @@
 #include <atomic>
-#include <mutex>
 #include <thread>
 #include <vector>
 

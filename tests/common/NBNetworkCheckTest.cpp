@@ -29,12 +29,9 @@ struct RecordingDelegate : nb::NBNetworkCheckDelegate {
 TEST(NBNetworkCheck, NotifiesLiveDelegatesOnlyWhenTheTypeChanges) {
     std::atomic<std::int32_t> current{NBNetworkCheck::kWired};
     NBNetworkCheck check([&] { return current.load(); });
-    auto kept = std::make_shared<RecordingDelegate>();
-    auto removed = std::make_shared<RecordingDelegate>();
-    auto dropped = std::make_shared<RecordingDelegate>();
-    check.addDelegate(kept);
-    check.addDelegate(removed);
-    check.addDelegate(dropped);
+    auto kept = std::make_shared<RecordingDelegate>(), removed = std::make_shared<RecordingDelegate>(),
+         dropped = std::make_shared<RecordingDelegate>();
+    for (const auto& delegate : {kept, removed, dropped}) check.addDelegate(delegate);
 
     check.recheck();  // unchanged since construction
     current = NBNetworkCheck::kWiFi;

@@ -1,7 +1,6 @@
 #include "TempDir.h"
 #include "nbbase/foundation/Folders.h"
 
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <optional>

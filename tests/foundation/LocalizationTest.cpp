@@ -2,12 +2,9 @@
 #include "nbbase/foundation/Localization.h"
 
 #include <atomic>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <map>
 #include <optional>
-#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -27,11 +24,9 @@ const char* const kUntranslated = "Obtain game";
 const std::vector<std::string> kEnglish = {kUnknown, kFormat, kUntranslated, ""};
 const std::vector<std::string> kChinese = {"发生未知错误", "错误码:%ld-%ld-%ld", kUntranslated, ""};
 
-using TempFolder = nbtest::TempDir;
-
 // The folder rule is pure file-system inspection, so every branch is checked in process.
 TEST(LocalizationDirectory, ChoosesOverrideThenInstalledCatalogueThenBuildTree) {
-    TempFolder temp;
+    nbtest::TempDir temp;
     ASSERT_FALSE(temp.path().empty());
     const std::string installed = (temp.path() / "installed").string(), other = (temp.path() / "other").string(),
                       empty = (temp.path() / "empty").string(), missing = (temp.path() / "missing").string(),
@@ -78,37 +73,33 @@ TEST(LocalizationDirectory, LookupsFallBackToTheIdAndRaceSafelyWithRebinding) {
     EXPECT_EQ(localization.localeDirectory(), "/nowhere/a");
 }
 
-// Runs nbtest_localization with this process's environment minus every locale variable, plus `extra`,
-// and answers its output lines, or a failure line if it did not exit cleanly.
-std::vector<std::string> runLocalizationTool(const std::map<std::string, std::string>& extra, bool callSetlocale = true) {
-    std::vector<std::string> environment;
-    for (const auto& [name, value] : extra) environment.push_back(name + "=" + value);
-    std::vector<std::string> arguments;
-    if (!callSetlocale) arguments.emplace_back("--no-setlocale");
-    arguments.insert(arguments.end(), kEnglish.begin(), kEnglish.end());
-    return nb::test::ChildProcess::runInLocale("nbtest_localization", arguments, environment);
+// nbtest_localization's translations of kEnglish in this environment minus every locale variable, plus `extra`.
+std::vector<std::string> translated(const std::vector<std::string>& extra, bool callSetlocale = true) {
+    std::vector<std::string> arguments = kEnglish;
+    if (!callSetlocale) arguments.insert(arguments.begin(), "--no-setlocale");
+    return nb::test::ChildProcess::runInLocale("nbtest_localization", arguments, extra);
 }
 
 // The zh_CN locale is seldom generated on build machines; C.UTF-8 is built into glibc and, unlike "C",
 // lets gettext honour LANGUAGE, so it is how a real process reaches the Chinese catalogue here.
 TEST(LocalizationInChild, FollowsTheProcessLocale) {
-    const std::map<std::string, std::string> chinese = {{"LC_ALL", "C.UTF-8"}, {"LANGUAGE", "zh_CN"}};
-    EXPECT_EQ(runLocalizationTool({{"LC_ALL", "C.UTF-8"}}), kEnglish);
-    EXPECT_EQ(runLocalizationTool(chinese), kChinese);
-    EXPECT_EQ(runLocalizationTool({{"LANG", "C.UTF-8"}, {"LANGUAGE", "zh_CN:en"}}), kChinese);
-    EXPECT_EQ(runLocalizationTool(chinese, false), kEnglish) << "the library must leave the locale to its host";
+    const std::vector<std::string> chinese = {"LC_ALL=C.UTF-8", "LANGUAGE=zh_CN"};
+    EXPECT_EQ(translated({"LC_ALL=C.UTF-8"}), kEnglish);
+    EXPECT_EQ(translated(chinese), kChinese);
+    EXPECT_EQ(translated({"LANG=C.UTF-8", "LANGUAGE=zh_CN:en"}), kChinese);
+    EXPECT_EQ(translated(chinese, false), kEnglish) << "the library must leave the locale to its host";
 
-    TempFolder withCatalogue, withoutCatalogue;
+    nbtest::TempDir withCatalogue, withoutCatalogue;
     ASSERT_FALSE(withCatalogue.path().empty() || withoutCatalogue.path().empty());
     const fs::path built = fs::path(NBBASE_BUILD_LOCALEDIR) / "zh_CN" / "LC_MESSAGES" / "NBBase.mo";
     ASSERT_TRUE(fs::exists(built)) << "the nbbase_translations target did not produce " << built;
     fs::create_directories(withCatalogue.path() / "zh_CN" / "LC_MESSAGES");
     fs::copy_file(built, withCatalogue.path() / "zh_CN" / "LC_MESSAGES" / "NBBase.mo");
-    auto environment = chinese;
-    environment["NBBASE_LOCALEDIR"] = withCatalogue.path().string();
-    EXPECT_EQ(runLocalizationTool(environment), kChinese);
-    environment["NBBASE_LOCALEDIR"] = withoutCatalogue.path().string();
-    EXPECT_EQ(runLocalizationTool(environment), kEnglish);
+    for (const auto& [folder, expected] : {std::pair{&withCatalogue, kChinese}, {&withoutCatalogue, kEnglish}}) {
+        std::vector<std::string> environment = chinese;
+        environment.push_back("NBBASE_LOCALEDIR=" + folder->path().string());
+        EXPECT_EQ(translated(environment), expected);
+    }
 }
 
 }  // namespace

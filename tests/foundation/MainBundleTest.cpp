@@ -9,51 +9,40 @@
 
 namespace {
 
-class MainBundleTest : public testing::Test {
-protected:
-    void SetUp() override { ASSERT_FALSE(folder_.empty()); }
-    void TearDown() override { nb::MainBundle::setMain(nullptr); }
-    void writeInfo(const std::string& bytes) const { std::ofstream(folder_ / "Info.plist") << bytes; }
+using nb::MainBundle;
 
-    nbtest::TempDir dir_{"nbbundle"};
-    const std::filesystem::path folder_ = dir_.path();
-};
-
-TEST_F(MainBundleTest, ReadsInfoPlistInEitherFormat) {
-    const nb::Value info = nb::Value::dictionary({{"CFBundleIdentifier", "com.example.client"},
-                                                  {"CFBundleShortVersionString", "3.2.1"},
-                                                  {"CFBundleVersion", 3021}});
-    for (auto format : {nb::PropertyList::Format::Xml, nb::PropertyList::Format::Binary}) {
-        const auto bytes = nb::PropertyList::write(info, format);
-        ASSERT_TRUE(bytes);
-        writeInfo(std::string(bytes->begin(), bytes->end()));
-        const auto bundle = nb::MainBundle::fromFolder(folder_);
-        ASSERT_TRUE(bundle);
-        EXPECT_EQ(bundle->bundleIdentifier(), "com.example.client");
-        EXPECT_EQ(bundle->shortVersionString(), "3.2.1");
-        EXPECT_EQ(bundle->bundleVersion(), "3021");
-        EXPECT_EQ(bundle->builtInPlugInsPath(), folder_ / "PlugIns");
-    }
-}
-
-TEST_F(MainBundleTest, MissingOrBadInfoPlistGivesNoBundle) {
-    EXPECT_EQ(nb::MainBundle::fromFolder(folder_), nullptr);
+TEST(MainBundleTest, ReadsInfoPlistInEitherFormatAndNothingElse) {
+    const nbtest::TempDir dir("nbbundle");
+    const auto info = dir.path() / "Info.plist";
+    EXPECT_EQ(MainBundle::fromFolder(dir.path()), nullptr);
     for (const char* bytes : {"", "not a plist", "<plist><array><string>x</string></array></plist>"}) {
-        writeInfo(bytes);
-        EXPECT_EQ(nb::MainBundle::fromFolder(folder_), nullptr) << bytes;
+        std::ofstream(info) << bytes;
+        EXPECT_EQ(MainBundle::fromFolder(dir.path()), nullptr) << bytes;
+    }
+    const nb::Value dictionary = nb::Value::dictionary({{"CFBundleIdentifier", "com.example.client"},
+                                                        {"CFBundleShortVersionString", "3.2.1"},
+                                                        {"CFBundleVersion", 3021}});
+    for (auto format : {nb::PropertyList::Format::Xml, nb::PropertyList::Format::Binary}) {
+        const auto bytes = nb::PropertyList::write(dictionary, format);
+        ASSERT_TRUE(bytes);
+        std::ofstream(info, std::ios::binary).write(reinterpret_cast<const char*>(bytes->data()),
+                                                    static_cast<std::streamsize>(bytes->size()));
+        const auto bundle = MainBundle::fromFolder(dir.path());
+        ASSERT_TRUE(bundle);
+        EXPECT_EQ(bundle->bundleIdentifier() + " " + bundle->shortVersionString() + " " + bundle->bundleVersion(),
+                  "com.example.client 3.2.1 3021");
     }
 }
 
-TEST_F(MainBundleTest, HostSetBundleWinsUntilCleared) {
-    const auto found = nb::MainBundle::main();
+TEST(MainBundleTest, HostSetBundleWinsUntilCleared) {
+    const auto found = MainBundle::main();
     ASSERT_TRUE(found);
     EXPECT_FALSE(found->executableName().empty());
-
-    nb::MainBundle::setMain(std::make_shared<nb::MainBundle>(
-        nb::Value::dictionary({{"CFBundleIdentifier", "com.example.host"}}), folder_));
-    EXPECT_EQ(nb::MainBundle::main()->bundleIdentifier(), "com.example.host");
-    nb::MainBundle::setMain(nullptr);
-    EXPECT_EQ(nb::MainBundle::main()->bundleIdentifier(), found->bundleIdentifier());
+    const nb::Value info = nb::Value::dictionary({{"CFBundleIdentifier", "com.example.host"}});
+    MainBundle::setMain(std::make_shared<MainBundle>(info, std::filesystem::path()));
+    EXPECT_EQ(MainBundle::main()->bundleIdentifier(), "com.example.host");
+    MainBundle::setMain(nullptr);
+    EXPECT_EQ(MainBundle::main()->bundleIdentifier(), found->bundleIdentifier());
 }
 
 }  // namespace

@@ -1,7 +1,6 @@
 // The main queue as a host drives it: binding to a thread, the drive calls, the wake-up hook, destruction.
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <condition_variable>
 #include <memory>
 #include <mutex>

@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <atomic>
-#include <memory>
 #include <vector>
 
 #include "nbbase/foundation/OperationQueue.h"

@@ -1,17 +1,13 @@
-#include "TempDir.h"
 #include "nbbase/foundation/PropertyList.h"
 
 #include <gtest/gtest.h>
 
 #include <cmath>
 #include <cstdint>
-#include <filesystem>
-#include <fstream>
 #include <limits>
 #include <random>
 #include <string>
 #include <vector>
-#include <unistd.h>
 
 namespace nb {
 namespace {
@@ -170,16 +166,6 @@ TEST(PropertyListRead, DeepNestingAndExponentialSharingAreRefused) {
     for (char i = 1; i <= 40; ++i) shared.push_back({'\xA2', i, i});
     shared.emplace_back("\x09");
     EXPECT_TRUE(PropertyList::read(std::string_view(binaryList(shared, 1))).isAbsent());
-}
-
-TEST(PropertyListRead, FileIsReadAfreshAndMissingFileIsAbsent) {
-    const nbtest::TempDir dir("nbplist");
-    const auto path = dir.path() / "Config.plist";
-    EXPECT_TRUE(PropertyList::readFile(path).isAbsent());
-    for (int version : {1, 2}) {
-        std::ofstream(path, std::ios::binary) << asText(*PropertyList::write(Value::dictionary({{"v", version}}), Format::Xml));
-        EXPECT_EQ(PropertyList::readFile(path)["v"], Value(version));
-    }
 }
 
 }  // namespace

@@ -1,10 +1,7 @@
 #include "nbbase/support/NBErrorCode.h"
 
-#include <atomic>
 #include <climits>
 #include <fstream>
-#include <sstream>
-#include <thread>
 
 #include <gtest/gtest.h>
 
@@ -57,22 +54,6 @@ TEST(NBErrorCode, FormatsModuleFirstAndRefusesUnsafeFormats) {
     for (const char* unsafe : {"", "%s-%ld-%ld", "%ld-%ld", "%ld-%ld-%ld-%ld", "%ld-%ld-%ld%", "%lld-%ld-%ld",
                                "%d-%ld-%ld", "%n%ld%ld%ld", "%1$ld-%2$ld-%3$ld", "%%ld-%ld-%ld", "%l-%ld-%ld-%ld"})
         EXPECT_FALSE(NBErrorCode::isSafeCodeFormat(unsafe)) << unsafe;
-}
-
-TEST(NBErrorCode, ConcurrentLookupsAgree) {
-    std::atomic<int> wrong{0};
-    std::vector<std::thread> threads;
-    for (int t = 0; t < 8; ++t) {
-        threads.emplace_back([&] {
-            const NBErrorCode& catalogue = NBErrorCode::sharedInstance();  // first use may race too
-            for (int round = 0; round < 200; ++round) {
-                for (const Case& c : kCases) wrong += catalogue.queryErrorMessage(c.code, c.subCode) != c.message;
-                wrong += catalogue.formatErrorCode(round, 2, 3) != "Error Code:3-" + std::to_string(round) + "-2";
-            }
-        });
-    }
-    for (auto& thread : threads) thread.join();
-    EXPECT_EQ(wrong.load(), 0);
 }
 
 // Runs nbtest_errorcode in C.UTF-8 plus `extra`, answering its output lines.

@@ -27,15 +27,8 @@ bool dropPrivileges() {
     return ::setgroups(0, nullptr) == 0 && ::setgid(kNobody) == 0 && ::setuid(kNobody) == 0 && ::geteuid() == kNobody;
 }
 
-bool writeAll(const std::string& line) {
-    std::string_view rest = line;
-    while (!rest.empty()) {
-        ssize_t n = ::write(STDOUT_FILENO, rest.data(), rest.size());
-        if (n <= 0) return false;
-        rest.remove_prefix(static_cast<std::size_t>(n));
-    }
-    return true;
-}
+// Writes and flushes at once, so that the test sees each line as soon as its set has returned.
+bool writeLine(const std::string& line) { return std::fputs(line.c_str(), stdout) >= 0 && std::fflush(stdout) == 0; }
 
 }  // namespace
 
@@ -54,12 +47,12 @@ int main(int argc, char** argv) {
     if (mode == "set" && rest == 2) return defaults.setString(args[1], args[0]) ? 0 : 1;
     if (mode == "get" && rest == 1) {
         auto value = defaults.stringForKey(args[0]);
-        return writeAll("value=" + value.value_or("(nil)") + "\n") ? 0 : 1;
+        return writeLine("value=" + value.value_or("(nil)") + "\n") ? 0 : 1;
     }
     if (mode == "loop" && rest == 1) {
         for (long long n = std::atoll(args[0]);; ++n) {
             if (!defaults.setInteger(n, "k" + std::to_string(n))) return 2;
-            if (!writeAll(std::to_string(n) + "\n")) return 1;
+            if (!writeLine(std::to_string(n) + "\n")) return 1;
         }
     }
     if (mode == "range" && rest == 2) {
