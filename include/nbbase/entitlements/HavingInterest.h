@@ -12,6 +12,7 @@
 #include <optional>
 #include <utility>
 
+#include "nbbase/entitlements/InterestFields.h"
 #include "nbbase/entitlements/StableInterest.h"
 #include "nbbase/foundation/Value.h"
 
@@ -31,6 +32,9 @@ public:
     // what an empty or broken text gives.
     static std::shared_ptr<const HavingInterest> fromDictionary(const Value& element,
                                                                 HangupMarking marking = HangupMarking::Mark);
+    // The same from the element's fields alone (what a streaming reader captured).
+    static std::shared_ptr<const HavingInterest> fromFields(const InterestFields& fields,
+                                                            HangupMarking marking = HangupMarking::Mark);
 
     bool isLiveAt(std::int64_t serverTS) const noexcept { return endTime_ > serverTS; }
     bool hasEndTime() const noexcept { return endTime_ > 0; }
