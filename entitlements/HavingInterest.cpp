@@ -19,7 +19,7 @@ std::shared_ptr<const HavingInterest> HavingInterest::fromFields(const InterestF
     interest->setAttrsFromExtraData(extraData);
     if (interest->type() == kTypeHangup) {
         if (marking == HangupMarking::Mark) interest->setHangup(1);
-        interest->setMaxOnHookInfo(maxOnHookInfoFromExtraData(extraData));
+        interest->maxOnHookInfo_ = std::make_shared<const OnHookTimeLimits>(std::string(extraData));
     }
     return interest;
 }

@@ -13,7 +13,7 @@ std::shared_ptr<const NoHavingInterest> NoHavingInterest::fromFields(const Inter
     interest->setType(InterestFields::value(fields.type).intValue());
     if (interest->type() == kTypeHangup) {
         std::string holder;
-        interest->setMaxOnHookInfo(maxOnHookInfoFromExtraData(fields.extraDataText(holder)));
+        interest->maxOnHookInfo_ = std::make_shared<const OnHookTimeLimits>(std::string(fields.extraDataText(holder)));
     }
     return interest;
 }

@@ -269,6 +269,67 @@ bool readWith(std::string_view text, Json::DecodeOptions options, Events& events
     return true;
 }
 
+// Keeps the value of one member of the top-level object; a JsonValueBuilder builds it when it is a
+// container. Everything else is only checked by the read.
+class MemberReader final : public JsonEvents {
+public:
+    explicit MemberReader(std::string_view key) : key_(key) {}
+
+    bool null() override { return building_ > 0 ? builder_.null() : scalar(Value::null()); }
+    bool boolean(bool b) override { return building_ > 0 ? builder_.boolean(b) : scalar(Value(b)); }
+    bool number(Value number) override {
+        return building_ > 0 ? builder_.number(std::move(number)) : scalar(std::move(number));
+    }
+    bool string(std::string_view s) override {
+        if (building_ > 0) return builder_.string(s);
+        return scalar(wanted_ ? Value(std::string(s)) : Value());
+    }
+    bool key(std::string_view key) override {
+        if (building_ > 0) return builder_.key(key);
+        wanted_ = depth_ == 1 && topIsObject_ && key == key_;
+        return true;
+    }
+    bool startObject() override { return start(true); }
+    bool endObject(std::size_t count) override { return end(true, count); }
+    bool startArray() override { return start(false); }
+    bool endArray(std::size_t count) override { return end(false, count); }
+
+    Value take() { return std::move(member_); }
+
+private:
+    bool scalar(Value value) {
+        if (wanted_) member_ = std::move(value);
+        wanted_ = false;
+        return true;
+    }
+    bool start(bool object) {
+        if (building_ == 0 && !wanted_) {
+            if (depth_++ == 0) topIsObject_ = object;
+            return true;
+        }
+        wanted_ = false;
+        ++building_;
+        return object ? builder_.startObject() : builder_.startArray();
+    }
+    bool end(bool object, std::size_t count) {
+        if (building_ == 0) {
+            --depth_;
+            return true;
+        }
+        const bool carryOn = object ? builder_.endObject(count) : builder_.endArray(count);
+        if (--building_ == 0) member_ = builder_.take();
+        return carryOn;
+    }
+
+    const std::string_view key_;
+    std::size_t depth_ = 0;     // containers open outside the member
+    std::size_t building_ = 0;  // containers open inside the member
+    bool topIsObject_ = false;
+    bool wanted_ = false;  // the next value is the member's
+    JsonValueBuilder builder_;
+    Value member_;
+};
+
 }  // namespace
 
 bool Json::read(std::string_view text, DecodeOptions options, JsonEvents& events, Error* error) {
@@ -279,6 +340,13 @@ std::optional<Value> Json::decode(std::string_view text, DecodeOptions options, 
     JsonValueBuilder builder;
     if (!readWith(text, options, builder, error)) return std::nullopt;
     return builder.take();
+}
+
+std::optional<Value> Json::decodeMember(std::string_view text, std::string_view key, DecodeOptions options,
+                                       Error* error) {
+    MemberReader reader(key);
+    if (!readWith(text, options, reader, error)) return std::nullopt;
+    return reader.take();
 }
 
 std::optional<Value> Json::decode(const nb::Data& bytes, DecodeOptions options, Error* error) {

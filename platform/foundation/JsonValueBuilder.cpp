@@ -5,7 +5,7 @@
 
 namespace nb {
 
-JsonValueBuilder::JsonValueBuilder() { values_.reserve(64); }
+JsonValueBuilder::JsonValueBuilder() = default;
 
 bool JsonValueBuilder::null() {
     values_.push_back(Value::null());

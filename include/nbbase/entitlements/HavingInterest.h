@@ -13,6 +13,7 @@
 #include <utility>
 
 #include "nbbase/entitlements/InterestFields.h"
+#include "nbbase/entitlements/OnHookTimeLimits.h"
 #include "nbbase/entitlements/StableInterest.h"
 #include "nbbase/foundation/Value.h"
 
@@ -41,13 +42,13 @@ public:
 
     std::int64_t endTime() const noexcept { return endTime_; }
     void setEndTime(std::int64_t endTime) noexcept { endTime_ = endTime; }
-    // Game id to the longest idle time in seconds in that game; nullopt unless type 5.
-    const std::optional<OnHookTimeMap>& maxOnHookInfo() const noexcept { return maxOnHookInfo_; }
-    void setMaxOnHookInfo(std::optional<OnHookTimeMap> maxOnHookInfo) { maxOnHookInfo_ = std::move(maxOnHookInfo); }
+    // Game id to the longest idle time in seconds in that game; nullopt unless type 5. Read from "extra_data" on
+    // the first call, not by the parse: see OnHookTimeLimits.
+    const std::optional<OnHookTimeMap>& maxOnHookInfo() const { return OnHookTimeLimits::of(maxOnHookInfo_); }
 
 private:
     std::int64_t endTime_ = 0;
-    std::optional<OnHookTimeMap> maxOnHookInfo_;
+    std::shared_ptr<const OnHookTimeLimits> maxOnHookInfo_;  // null unless type 5
 };
 
 }  // namespace nb

@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "nbbase/entitlements/InterestFields.h"
+#include "nbbase/entitlements/OnHookTimeLimits.h"
 #include "nbbase/entitlements/StableInterest.h"
 #include "nbbase/foundation/Value.h"
 
@@ -23,12 +24,12 @@ public:
     // The same from the element's fields alone (what a streaming reader captured).
     static std::shared_ptr<const NoHavingInterest> fromFields(const InterestFields& fields);
 
-    // Game id to the longest idle time in seconds; nullopt unless type 5.
-    const std::optional<OnHookTimeMap>& maxOnHookInfo() const noexcept { return maxOnHookInfo_; }
-    void setMaxOnHookInfo(std::optional<OnHookTimeMap> maxOnHookInfo) { maxOnHookInfo_ = std::move(maxOnHookInfo); }
+    // Game id to the longest idle time in seconds; nullopt unless type 5. Read from "extra_data" on
+    // the first call, not by the parse: see OnHookTimeLimits.
+    const std::optional<OnHookTimeMap>& maxOnHookInfo() const { return OnHookTimeLimits::of(maxOnHookInfo_); }
 
 private:
-    std::optional<OnHookTimeMap> maxOnHookInfo_;
+    std::shared_ptr<const OnHookTimeLimits> maxOnHookInfo_;  // null unless type 5
 };
 
 }  // namespace nb
