@@ -79,26 +79,6 @@ TEST(InterestsReplyReaderTest, ReadsWhatTheDecodedReplyGives) {
     }
 }
 
-TEST(InterestsReplyReaderTest, ExtraDataReadersKeepDecodeRules) {
-    // Only the wanted entry is kept, yet a text that does not decode gives nothing.
-    EXPECT_TRUE(nb::StableInterest::arrayFromExtraData(R"({"fps":[60],"x":[1,)", "fps").isAbsent());
-    EXPECT_TRUE(nb::StableInterest::arrayFromExtraData(R"({"fps":[60]} x)", "fps").isAbsent());
-    EXPECT_TRUE(nbtest::sameValue(nb::StableInterest::arrayFromExtraData(R"({"fps":[1],"fps":[{"a":[2]}]})", "fps"),
-                                  *nb::Json::decode(R"([{"a":[2]}])")));
-    EXPECT_EQ(nb::StableInterest::arrayFromExtraData(R"([{"fps":[1]}])", "fps").size(), 0U);
-    EXPECT_FALSE(nb::StableInterest::maxOnHookInfoFromExtraData(R"([{"game_id":1,"max_on_hook_time":2}],)"));
-
-    const auto limits = nb::StableInterest::maxOnHookInfoFromExtraData(
-        R"([{"game_id":{"g":[1]},"max_on_hook_time":null},{"game_id":1},[{"game_id":2,"max_on_hook_time":3}],)"
-        R"({"game_id":"1","x":{"game_id":3},"max_on_hook_time":[4]},{"game_id":1.0,"max_on_hook_time":5}])");
-    ASSERT_TRUE(limits);
-    ASSERT_EQ(limits->size(), 3U);
-    EXPECT_TRUE(nbtest::sameValue(limits->entries()[0].first, *nb::Json::decode(R"({"g":[1]})")));
-    EXPECT_TRUE(limits->entries()[0].second.isNull());
-    EXPECT_TRUE(nbtest::sameValue(limits->entries()[1].second, *nb::Json::decode("[4]")));
-    EXPECT_EQ(limits->find(nb::Value(1))->intValue(), 5);
-}
-
 TEST(InterestsReplyReaderTest, LargeLimitMapsKeepOrderAndLastValue) {
     // Past the size where the map starts hashing, a later key still replaces in place, numbers by value.
     nb::OnHookTimeMap limits;

@@ -3,7 +3,7 @@
 //
 // Why later: the limits of a full reply's idle-play records are about a third of its bytes, JSON inside
 // JSON that would be scanned a second time, yet only the idle-play questions read them, and those ask about
-// the one game being played. A parse that read them all would take half as long again.
+// the one game being played. A parse that read them all would take about 40% longer.
 //
 // What get() gives is what StableInterest::maxOnHookInfoFromExtraData gives for the text.
 //
