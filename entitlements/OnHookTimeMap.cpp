@@ -17,32 +17,17 @@ std::size_t OnHookTimeMap::KeyHash::operator()(const Value& key) const noexcept 
 }
 
 void OnHookTimeMap::set(Value gameId, Value seconds) {
-    if (const Entry* entry = findEntry(gameId)) {
-        entries_[static_cast<std::size_t>(entry - entries_.data())].second = std::move(seconds);
-        return;
-    }
-    entries_.emplace_back(std::move(gameId), std::move(seconds));
-    if (entries_.size() == kIndexThreshold + 1) {
-        for (std::size_t i = 0; i < entries_.size(); ++i) index_.try_emplace(entries_[i].first, i);
-    } else if (entries_.size() > kIndexThreshold) {
-        index_.try_emplace(entries_.back().first, entries_.size() - 1);
+    const auto [place, inserted] = index_.try_emplace(gameId, entries_.size());
+    if (inserted) {
+        entries_.emplace_back(std::move(gameId), std::move(seconds));
+    } else {
+        entries_[place->second].second = std::move(seconds);
     }
 }
 
 const Value* OnHookTimeMap::find(const Value& gameId) const noexcept {
-    const Entry* entry = findEntry(gameId);
-    return entry == nullptr ? nullptr : &entry->second;
-}
-
-const OnHookTimeMap::Entry* OnHookTimeMap::findEntry(const Value& gameId) const noexcept {
-    if (entries_.size() <= kIndexThreshold) {
-        for (const Entry& entry : entries_) {
-            if (entry.first == gameId) return &entry;
-        }
-        return nullptr;
-    }
     const auto place = index_.find(gameId);
-    return place == index_.end() ? nullptr : &entries_[place->second];
+    return place == index_.end() ? nullptr : &entries_[place->second].second;
 }
 
 }  // namespace nb

@@ -6,7 +6,6 @@
 #include <vector>
 
 #include "SameInterests.h"
-#include "nbbase/entitlements/OnHookTimeMap.h"
 #include "nbbase/foundation/Json.h"
 
 namespace {
@@ -77,19 +76,6 @@ TEST(InterestsReplyReaderTest, ReadsWhatTheDecodedReplyGives) {
             EXPECT_TRUE(nbtest::sameSnapshot(streamed.snapshot, decoded.snapshot)) << c.what;
         }
     }
-}
-
-TEST(InterestsReplyReaderTest, LargeLimitMapsKeepOrderAndLastValue) {
-    // Past the size where the map starts hashing, a later key still replaces in place, numbers by value.
-    nb::OnHookTimeMap limits;
-    for (int i = 0; i < 40; ++i) limits.set(nb::Value(i % 20), nb::Value(i));
-    limits.set(nb::Value(3.0), nb::Value("last"));
-    limits.set(nb::Value("3"), nb::Value("text"));
-    ASSERT_EQ(limits.size(), 21U);
-    EXPECT_EQ(limits.entries()[19].second.intValue(), 39);
-    EXPECT_EQ(*limits.find(nb::Value(3)), nb::Value("last"));
-    EXPECT_EQ(*limits.find(nb::Value("3")), nb::Value("text"));
-    EXPECT_EQ(limits.find(nb::Value(20)), nullptr);
 }
 
 }  // namespace

@@ -6,8 +6,7 @@
 // an id of the kind the server sends.
 //
 // Setting an existing key replaces its value and keeps its place; entries() lists keys in first-seen
-// order. A record holds a handful of games, so a small map is searched in order, which beats hashing there;
-// beyond kIndexThreshold entries a hash index keeps lookups constant-time.
+// order. Lookups are constant-time.
 //
 // Threads: not synchronised. The interests store builds each map in one parse and never changes it
 // afterwards, so a finished map may be read from any number of threads at once.
@@ -40,11 +39,8 @@ private:
         std::size_t operator()(const Value& key) const noexcept;
     };
 
-    static constexpr std::size_t kIndexThreshold = 16;
-    const Entry* findEntry(const Value& gameId) const noexcept;
-
     std::vector<Entry> entries_;
-    std::unordered_map<Value, std::size_t, KeyHash> index_;  // game id to its place in entries_; only when large
+    std::unordered_map<Value, std::size_t, KeyHash> index_;  // game id to its place in entries_
 };
 
 }  // namespace nb
