@@ -205,16 +205,9 @@ void InterestsReplyReader::resetData() {
 }
 
 void InterestsReplyReader::addRecord(const InterestFields& fields) {
-    const bool full = form_ == InterestsSnapshot::ReplyForm::Full;
     switch (section_) {
-        case Section::Having:
-            having_->push_back(HavingInterest::fromFields(
-                fields, full ? HavingInterest::HangupMarking::Mark : HavingInterest::HangupMarking::Keep));
-            break;
-        case Section::Available:
-            available_->push_back(TriableInterest::fromFields(
-                fields, full ? TriableInterest::ProductIdForm::Text : TriableInterest::ProductIdForm::AsSent));
-            break;
+        case Section::Having: having_->push_back(InterestsSnapshot::havingRecord(fields, form_)); break;
+        case Section::Available: available_->push_back(InterestsSnapshot::availableRecord(fields, form_)); break;
         case Section::NoHaving: noHaving_->push_back(NoHavingInterest::fromFields(fields)); break;
     }
 }
