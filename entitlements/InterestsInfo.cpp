@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "nbbase/entitlements/InterestsReplyReader.h"
 #include "nbbase/foundation/Json.h"
 
 namespace nb {
@@ -10,6 +11,10 @@ namespace {
 std::optional<Value> decodeReply(const std::optional<std::string>& text) {
     if (!text) return std::nullopt;
     return Json::decode(*text, {.allowFragments = true});
+}
+
+bool readReply(const std::optional<std::string>& text, InterestsReplyReader& reader) {
+    return text && Json::read(*text, {.allowFragments = true}, reader);
 }
 
 std::optional<std::string> textOf(const Value& reply) {
@@ -91,13 +96,24 @@ bool InterestsInfo::applyInterestsReply(const Value& reply, InterestsSnapshot::R
     return true;
 }
 
+bool InterestsInfo::applyReadReply(const InterestsReplyReader& reader, InterestsSnapshot& next) const {
+    if (const std::int64_t code = reader.code().longLongValue(); code != 0) {
+        log_.log(4, "parseUserInterests error[{},{}]", code, reader.message());
+        return false;
+    }
+    if (!reader.hasData()) return false;
+    reader.applyTo(next);
+    return true;
+}
+
 bool InterestsInfo::parse(const std::optional<std::string>& text) {
-    const auto reply = decodeReply(text);
-    if (!reply) return false;
+    // Read straight into records: a Value tree of a big reply costs more than the records built from it.
+    InterestsReplyReader reader(InterestsSnapshot::ReplyForm::Full);
+    if (!readReply(text, reader)) return false;
     const std::int64_t level = vipInfo_.propertyLevel();
     std::lock_guard lock(storeLock_);
     InterestsSnapshot next = *snapshot();
-    (void)applyInterestsReply(*reply, InterestsSnapshot::ReplyForm::Full, next);
+    (void)applyReadReply(reader, next);
     next.applyTriableFlags(level);
     publish(std::move(next));
     return true;
@@ -110,11 +126,11 @@ void InterestsInfo::parseInterest(const Value& reply) {
 }
 
 bool InterestsInfo::parseUserInterests(const std::optional<std::string>& text) {
-    const auto reply = decodeReply(text);
-    if (!reply) return false;
+    InterestsReplyReader reader(InterestsSnapshot::ReplyForm::Text);
+    if (!readReply(text, reader)) return false;
     std::lock_guard lock(storeLock_);
     InterestsSnapshot next = *snapshot();
-    if (!applyInterestsReply(*reply, InterestsSnapshot::ReplyForm::Text, next)) return false;
+    if (!applyReadReply(reader, next)) return false;
     publish(std::move(next));
     return true;
 }

@@ -20,21 +20,29 @@ std::shared_ptr<const std::vector<std::shared_ptr<const Record>>> readSection(co
 
 }  // namespace
 
+std::shared_ptr<const HavingInterest> InterestsSnapshot::havingRecord(const InterestFields& fields, ReplyForm form) {
+    return HavingInterest::fromFields(
+        fields, form == ReplyForm::Full ? HavingInterest::HangupMarking::Mark : HavingInterest::HangupMarking::Keep);
+}
+
+std::shared_ptr<const TriableInterest> InterestsSnapshot::availableRecord(const InterestFields& fields,
+                                                                          ReplyForm form) {
+    return TriableInterest::fromFields(
+        fields, form == ReplyForm::Full ? TriableInterest::ProductIdForm::Text : TriableInterest::ProductIdForm::AsSent);
+}
+
 void InterestsSnapshot::applyInterests(const Value& data, ReplyForm form) {
     currentTS = data["timestamp"].longLongValue();
-    const bool full = form == ReplyForm::Full;
     if (data.contains("having")) {
-        const auto marking = full ? HavingInterest::HangupMarking::Mark : HavingInterest::HangupMarking::Keep;
         havingInterests = readSection<HavingInterest>(
-            data["having"], [marking](const Value& element) { return HavingInterest::fromDictionary(element, marking); });
+            data["having"], [form](const Value& element) { return havingRecord(InterestFields::of(element), form); });
     }
     if (data.contains("available_present")) {
-        const auto productId = full ? TriableInterest::ProductIdForm::Text : TriableInterest::ProductIdForm::AsSent;
-        availableIntrests = readSection<TriableInterest>(data["available_present"], [productId](const Value& element) {
-            return TriableInterest::fromDictionary(element, productId);
+        availableIntrests = readSection<TriableInterest>(data["available_present"], [form](const Value& element) {
+            return availableRecord(InterestFields::of(element), form);
         });
     }
-    if (full && data.contains("no_having")) {
+    if (form == ReplyForm::Full && data.contains("no_having")) {
         noHavingInterests = readSection<NoHavingInterest>(data["no_having"], &NoHavingInterest::fromDictionary);
     }
 }

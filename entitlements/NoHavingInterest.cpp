@@ -5,10 +5,15 @@
 namespace nb {
 
 std::shared_ptr<const NoHavingInterest> NoHavingInterest::fromDictionary(const Value& element) {
+    return fromFields(InterestFields::of(element));
+}
+
+std::shared_ptr<const NoHavingInterest> NoHavingInterest::fromFields(const InterestFields& fields) {
     auto interest = std::make_shared<NoHavingInterest>();
-    interest->setType(element["type"].intValue());
+    interest->setType(InterestFields::value(fields.type).intValue());
     if (interest->type() == kTypeHangup) {
-        interest->setMaxOnHookInfo(maxOnHookInfoFromExtraData(element["extra_data"].stringValue()));
+        std::string holder;
+        interest->maxOnHookInfo_ = std::make_shared<const OnHookTimeLimits>(std::string(fields.extraDataText(holder)));
     }
     return interest;
 }

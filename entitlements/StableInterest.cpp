@@ -1,6 +1,7 @@
 #include "nbbase/entitlements/StableInterest.h"
 
 #include <optional>
+#include <utility>
 
 #include "nbbase/foundation/Json.h"
 
@@ -38,11 +39,12 @@ void StableInterest::setAttrsFromExtraData(std::string_view extraData) {
 }
 
 Value StableInterest::arrayFromExtraData(std::string_view extraData, std::string_view key) {
-    const auto decoded = decodeExtraData(extraData);
-    if (!decoded) return {};
-    const Value& entry = (*decoded)[key];
-    if (entry.isArray()) return entry;
-    if (entry.isNumber()) return Value(Value::Array{entry});
+    if (extraData.empty()) return {};
+    // Only the one entry is kept: a parse reads thousands of these texts.
+    auto entry = Json::decodeMember(extraData, key, {.allowFragments = true});
+    if (!entry) return {};
+    if (entry->isArray()) return std::move(*entry);
+    if (entry->isNumber()) return Value(Value::Array{std::move(*entry)});
     return Value(Value::Array{});
 }
 

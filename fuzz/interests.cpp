@@ -3,6 +3,10 @@
 // each parse the sections that the reply carried, and only those, replace their lists, and every rule holds
 // together at each property level (see InterestRulesChecks.h).
 //
+// Both parses read the text with InterestsReplyReader, never through a Value tree; each must build exactly
+// what the Value path builds from Json::decode of the same text (parseInterest and the trial flags for the
+// full parse, InterestsSnapshot::applyInterests in the text form for the other), record by record.
+//
 // Seeds: examples/replies/getUserFullInterests.json (README, "Fuzzing").
 #include <cstddef>
 #include <cstdint>
@@ -14,6 +18,7 @@
 #include "nbbase/entitlements/InterestsInfo.h"
 #include "nbbase/foundation/Json.h"
 #include "tests/InterestsCollaborators.h"
+#include "tests/SameInterests.h"
 
 namespace {
 
@@ -49,6 +54,27 @@ void checkSections(const nb::InterestsSnapshot& before, const nb::InterestsSnaps
     section(before.availableIntrests, after.availableIntrests, "available_present", true);
     section(before.noHavingInterests, after.noHavingInterests, "no_having", full);
     check(after.stableInterestDict == before.stableInterestDict);
+}
+
+// The reader against the Value path, on a store that holds the base interests, so the flags are computed.
+void checkSameAsValuePath(Fixture& f, const std::string& text, const std::optional<nb::Value>& reply) {
+    const auto streamed = f.collaborators.makeStore();
+    const auto decoded = f.collaborators.makeStore();
+    check(streamed->parseUserPropertyInterests(f.baseInterests) && decoded->parseUserPropertyInterests(f.baseInterests));
+    (void)streamed->parse(text);
+    if (reply) {
+        decoded->parseInterest(*reply);
+        (void)decoded->checkUserInterestsTriableInfo(false, false);  // level 0, as parse() flags here
+    }
+    auto want = *decoded->snapshot();
+    want.stableInterestDict = streamed->snapshot()->stableInterestDict;  // the same levels, read twice
+    check(nbtest::sameSnapshot(*streamed->snapshot(), want));
+
+    const auto before = *streamed->snapshot();
+    (void)streamed->parseUserInterests(text);
+    auto textWant = before;
+    if (applies(reply)) textWant.applyInterests((*reply)["data"], nb::InterestsSnapshot::ReplyForm::Text);
+    check(nbtest::sameSnapshot(*streamed->snapshot(), textWant));
 }
 
 void checkEveryLevel(const std::shared_ptr<const nb::InterestsSnapshot>& snapshot) {
@@ -88,5 +114,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     check(reparsed->fpsTriableFlag == parsed->fpsTriableFlag && reparsed->frameTriableFlag == parsed->frameTriableFlag);
     check(reparsed->hangTriableFlag == parsed->hangTriableFlag);
     checkEveryLevel(reparsed);
+
+    checkSameAsValuePath(f, text, reply);
     return 0;
 }

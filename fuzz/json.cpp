@@ -1,11 +1,13 @@
 // Any bytes: decoding must fail cleanly or give a Value that encodes, compact and pretty, to text that
 // decodes to an equal Value and encodes to the very same text again (so kinds survive, not only values).
+// decodeMember must give exactly what the whole decode holds under a key, and fail where it fails.
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "nbbase/foundation/Json.h"
 
@@ -34,6 +36,19 @@ void roundTrip(const nb::Value& value, bool allowFragments) {
     }
 }
 
+// Every key of the top object, and one it lacks.
+void checkMembers(std::string_view text, const std::optional<nb::Value>& whole, bool allowFragments) {
+    std::vector<std::string> keys{"\x01"};
+    if (whole && whole->isDictionary()) {
+        for (const auto& entry : *whole->asDictionary()) keys.push_back(entry.first);
+    }
+    for (const auto& key : keys) {
+        const auto member = nb::Json::decodeMember(text, key, {.allowFragments = allowFragments});
+        check(member.has_value() == whole.has_value());
+        if (member) check(member->kind() == (*whole)[key].kind() && *member == (*whole)[key]);
+    }
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
@@ -42,6 +57,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     for (const bool allowFragments : {false, true}) {
         nb::Json::Error error;
         const auto value = nb::Json::decode(text, {.allowFragments = allowFragments}, &error);
+        checkMembers(text, value, allowFragments);
         if (!value) {
             check(!error.message.empty());
             check(error.offset <= size);

@@ -17,6 +17,8 @@
 #include <utility>
 #include <vector>
 
+#include "nbbase/foundation/JsonValueBuilder.h"
+
 namespace nb {
 
 namespace {
@@ -27,7 +29,7 @@ namespace {
 constexpr unsigned kParseFlags =
     rapidjson::kParseIterativeFlag | rapidjson::kParseValidateEncodingFlag | rapidjson::kParseNumbersAsStringsFlag;
 
-enum class Refusal { None, Fragment, TooDeep, LoneSurrogate, NumberTooLarge };
+enum class Refusal { None, Fragment, TooDeep, LoneSurrogate, NumberTooLarge, Stopped };
 
 // A JSON number (syntax already checked): int64 when it fits, else uint64, else a correctly rounded real.
 // Empty when it lies beyond a double; a real too small for one becomes zero of its sign.
@@ -64,81 +66,58 @@ bool hasEncodedSurrogate(const char* s, std::size_t length) noexcept {
     return false;
 }
 
-// Builds Values on explicit stacks as the reader reports them: finished elements wait on values_ (and
-// object keys on keys_) until their container closes, then move into it in one go.
-class ValueBuilder : public rapidjson::BaseReaderHandler<rapidjson::UTF8<>, ValueBuilder> {
+// Turns the reader's calls into JsonEvents after the checks every reader of JSON gets: the fragment rule, the
+// depth limit, lone surrogates and number conversion. A template so that Json::decode, which knows its
+// final handler, pays no virtual call per event.
+template <typename Events>
+class EventAdapter : public rapidjson::BaseReaderHandler<rapidjson::UTF8<>, EventAdapter<Events>> {
 public:
-    explicit ValueBuilder(bool allowFragments) : allowFragments_(allowFragments) { values_.reserve(64); }
+    EventAdapter(Events& events, bool allowFragments) : events_(events), allowFragments_(allowFragments) {}
 
-    bool Null() { return add(Value::null()); }
-    bool Bool(bool b) { return add(Value(b)); }
-    bool Int(int i) { return add(Value(i)); }
-    bool Uint(unsigned u) { return add(Value(u)); }
-    bool Int64(std::int64_t i) { return add(Value(static_cast<long long>(i))); }
-    bool Uint64(std::uint64_t u) { return add(Value(static_cast<unsigned long long>(u))); }
-    bool Double(double d) { return add(Value(d)); }
+    bool Null() { return scalar() && report(events_.null()); }
+    bool Bool(bool b) { return scalar() && report(events_.boolean(b)); }
     bool RawNumber(const char* s, rapidjson::SizeType length, bool) {
         auto number = numberValue(s, length);
-        return number ? add(std::move(*number)) : refuse(Refusal::NumberTooLarge);
+        if (!number) return refuse(Refusal::NumberTooLarge);
+        return scalar() && report(events_.number(std::move(*number)));
     }
     bool String(const char* s, rapidjson::SizeType length, bool) {
         if (hasEncodedSurrogate(s, length)) return refuse(Refusal::LoneSurrogate);
-        return add(Value(std::string(s, length)));
+        return scalar() && report(events_.string(std::string_view(s, length)));
     }
 
-    bool StartObject() { return open(); }
+    bool StartObject() { return open() && report(events_.startObject()); }
     bool Key(const char* s, rapidjson::SizeType length, bool) {
         if (hasEncodedSurrogate(s, length)) return refuse(Refusal::LoneSurrogate);
-        keys_.emplace_back(s, length);
-        return true;
+        return report(events_.key(std::string_view(s, length)));
     }
     bool EndObject(rapidjson::SizeType count) {
-        std::vector<Value::Dictionary::Entry> entries;
-        entries.reserve(count);
-        const auto firstKey = keys_.end() - count;
-        const auto firstValue = values_.end() - count;
-        for (rapidjson::SizeType i = 0; i < count; ++i) {
-            entries.emplace_back(std::move(firstKey[i]), std::move(firstValue[i]));
-        }
-        keys_.erase(firstKey, keys_.end());
-        values_.erase(firstValue, values_.end());
         --depth_;
-        values_.emplace_back(Value::Dictionary::fromEntries(std::move(entries)));
-        return true;
+        return report(events_.endObject(count));
     }
 
-    bool StartArray() { return open(); }
+    bool StartArray() { return open() && report(events_.startArray()); }
     bool EndArray(rapidjson::SizeType count) {
-        const auto first = values_.end() - count;
-        Value::Array items(std::make_move_iterator(first), std::make_move_iterator(values_.end()));
-        values_.erase(first, values_.end());
         --depth_;
-        values_.emplace_back(std::move(items));
-        return true;
+        return report(events_.endArray(count));
     }
 
     Refusal refusal() const noexcept { return refusal_; }
-    Value take() { return std::move(values_.back()); }
 
 private:
-    bool add(Value v) {
-        if (depth_ == 0 && !allowFragments_) return refuse(Refusal::Fragment);
-        values_.push_back(std::move(v));
-        return true;
-    }
-
+    bool scalar() { return depth_ > 0 || allowFragments_ || refuse(Refusal::Fragment); }
     bool open() { return ++depth_ <= Json::kMaxDepth || refuse(Refusal::TooDeep); }
+    bool report(bool carryOn) { return carryOn || refuse(Refusal::Stopped); }
 
     bool refuse(Refusal why) {
         refusal_ = why;
         return false;
     }
 
+    Events& events_;
     const bool allowFragments_;
     std::size_t depth_ = 0;
     Refusal refusal_ = Refusal::None;
-    std::vector<Value> values_;
-    std::vector<std::string> keys_;
 };
 
 void fail(Json::Error* error, std::size_t offset, std::string_view reason) {
@@ -255,39 +234,119 @@ std::optional<std::string> encodeWith(const Value& value, Json::Error* error, bo
     return std::string(buffer.GetString(), buffer.GetSize());
 }
 
-}  // namespace
-
-std::optional<Value> Json::decode(std::string_view text, DecodeOptions options, Error* error) {
+template <typename Events>
+bool readWith(std::string_view text, Json::DecodeOptions options, Events& events, Json::Error* error) {
     std::size_t start = 0;
     if (text.substr(0, 3) == "\xEF\xBB\xBF") start = 3;
     // The reader counts string lengths in 32 bits.
     if (text.size() > std::numeric_limits<rapidjson::SizeType>::max()) {
         fail(error, 0, "input over 4 GiB");
-        return std::nullopt;
+        return false;
     }
     rapidjson::MemoryStream stream(text.data() + start, text.size() - start);
-    ValueBuilder builder(options.allowFragments);
+    EventAdapter<Events> adapter(events, options.allowFragments);
     rapidjson::Reader reader;
-    const rapidjson::ParseResult result = reader.Parse<kParseFlags>(stream, builder);
+    const rapidjson::ParseResult result = reader.Parse<kParseFlags>(stream, adapter);
     if (result.IsError()) {
         const std::size_t offset = start + result.Offset();
-        switch (builder.refusal()) {
+        switch (adapter.refusal()) {
             case Refusal::Fragment:
                 fail(error, offset, "a bare value at the top where an object or array was expected");
                 break;
             case Refusal::TooDeep: fail(error, offset, "nesting deeper than 512"); break;
             case Refusal::LoneSurrogate: fail(error, offset, "an escaped UTF-16 surrogate without its pair"); break;
             case Refusal::NumberTooLarge: fail(error, offset, "a number too large for a double"); break;
+            case Refusal::Stopped: fail(error, offset, "stopped by the reader"); break;
             case Refusal::None: fail(error, offset, rapidjson::GetParseError_En(result.Code())); break;
         }
-        return std::nullopt;
+        return false;
     }
     // The reader takes a NUL byte for the end of input: whatever follows one is trailing garbage too.
     if (start + stream.Tell() != text.size()) {
         fail(error, start + stream.Tell(), "unexpected data after the value");
-        return std::nullopt;
+        return false;
     }
+    return true;
+}
+
+// Keeps the value of one member of the top-level object; a JsonValueBuilder builds it when it is a
+// container. Everything else is only checked by the read.
+class MemberReader final : public JsonEvents {
+public:
+    explicit MemberReader(std::string_view key) : key_(key) {}
+
+    bool null() override { return building_ > 0 ? builder_.null() : scalar(Value::null()); }
+    bool boolean(bool b) override { return building_ > 0 ? builder_.boolean(b) : scalar(Value(b)); }
+    bool number(Value number) override {
+        return building_ > 0 ? builder_.number(std::move(number)) : scalar(std::move(number));
+    }
+    bool string(std::string_view s) override {
+        if (building_ > 0) return builder_.string(s);
+        return scalar(wanted_ ? Value(std::string(s)) : Value());
+    }
+    bool key(std::string_view key) override {
+        if (building_ > 0) return builder_.key(key);
+        wanted_ = depth_ == 1 && topIsObject_ && key == key_;
+        return true;
+    }
+    bool startObject() override { return start(true); }
+    bool endObject(std::size_t count) override { return end(true, count); }
+    bool startArray() override { return start(false); }
+    bool endArray(std::size_t count) override { return end(false, count); }
+
+    Value take() { return std::move(member_); }
+
+private:
+    bool scalar(Value value) {
+        if (wanted_) member_ = std::move(value);
+        wanted_ = false;
+        return true;
+    }
+    bool start(bool object) {
+        if (building_ == 0 && !wanted_) {
+            if (depth_++ == 0) topIsObject_ = object;
+            return true;
+        }
+        wanted_ = false;
+        ++building_;
+        return object ? builder_.startObject() : builder_.startArray();
+    }
+    bool end(bool object, std::size_t count) {
+        if (building_ == 0) {
+            --depth_;
+            return true;
+        }
+        const bool carryOn = object ? builder_.endObject(count) : builder_.endArray(count);
+        if (--building_ == 0) member_ = builder_.take();
+        return carryOn;
+    }
+
+    const std::string_view key_;
+    std::size_t depth_ = 0;     // containers open outside the member
+    std::size_t building_ = 0;  // containers open inside the member
+    bool topIsObject_ = false;
+    bool wanted_ = false;  // the next value is the member's
+    JsonValueBuilder builder_;
+    Value member_;
+};
+
+}  // namespace
+
+bool Json::read(std::string_view text, DecodeOptions options, JsonEvents& events, Error* error) {
+    return readWith(text, options, events, error);
+}
+
+std::optional<Value> Json::decode(std::string_view text, DecodeOptions options, Error* error) {
+    JsonValueBuilder builder;
+    if (!readWith(text, options, builder, error)) return std::nullopt;
     return builder.take();
+}
+
+std::optional<Value> Json::decodeMember(std::string_view text, std::string_view key, DecodeOptions options,
+                                       Error* error) {
+    MemberReader reader(key);
+    if (!readWith(text, options, reader, error)) return std::nullopt;
+    return reader.take();
 }
 
 std::optional<Value> Json::decode(const nb::Data& bytes, DecodeOptions options, Error* error) {

@@ -2,7 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <optional>
 #include <string>
+#include <thread>
+#include <vector>
 
 #include "nbbase/entitlements/NoHavingInterest.h"
 #include "nbbase/foundation/Json.h"
@@ -52,6 +55,22 @@ TEST(HavingInterestTest, LiveOnlyBeforeTheServerTime) {
         EXPECT_EQ(h.isLiveAt(c.serverTS), c.live) << c.endTime << " at " << c.serverTS;
         EXPECT_EQ(h.hasEndTime(), c.hasEnd) << c.endTime;
     }
+}
+
+TEST(HavingInterestTest, LimitsAreReadOnceWhicheverThreadAsksFirst) {
+    // The limits are read on first use, not by the parse; readers racing for the first read must all get
+    // the one map (ThreadSanitizer watches the race).
+    const auto idle = HavingInterest::fromDictionary(
+        json(R"({"type": 5, "extra_data": "[{\"game_id\": 7, \"max_on_hook_time\": 60}, {\"game_id\": 7}]"})"));
+    std::vector<const std::optional<OnHookTimeMap>*> seen(4);
+    {
+        std::vector<std::jthread> readers;
+        for (auto& slot : seen) readers.emplace_back([&idle, &slot] { slot = &idle->maxOnHookInfo(); });
+    }
+    for (const auto* limits : seen) EXPECT_EQ(limits, seen[0]);
+    ASSERT_TRUE(*seen[0]);
+    EXPECT_EQ((*seen[0])->size(), 1U);
+    EXPECT_EQ(*(*seen[0])->find(Value(7.0)), Value(60));
 }
 
 TEST(NoHavingInterestTest, OnlyIdlePlayCarriesLimits) {

@@ -85,6 +85,25 @@ TEST(JsonDecode, RepeatedKeyKeepsLastValueAtFirstPlace) {
     EXPECT_EQ(Json::encode(*v), R"({"a":[5],"b":2,"c":4})");
 }
 
+TEST(JsonDecode, MemberIsWhatTheWholeDecodeHoldsThere) {
+    // decodeMember skips building the rest, not checking it: any text decode refuses gives nothing.
+    const char* texts[] = {R"({"a":[1,{"b":[null,true,"x"]}],"c":2})", R"({"a":1,"a":{"x":[2]},"c":[3],"a":"last"})",
+                           R"({"c":{"a":1},"a":{}})", R"([{"a":1}])", R"("a")", "7", R"({"a":1} x)",
+                           R"({"a":[1],"c":[)", R"({"a":1,"c":"\udc00"})", R"({"a":1e999})"};
+    for (const char* text : texts) {
+        for (const char* key : {"a", "c", "x"}) {
+            SCOPED_TRACE(std::string(text) + " / " + key);
+            const auto whole = decodeFragment(text);
+            const auto member = Json::decodeMember(text, key, {.allowFragments = true});
+            ASSERT_EQ(member.has_value(), whole.has_value());
+            if (!member) continue;
+            EXPECT_EQ(member->kind(), (*whole)[key].kind());
+            EXPECT_EQ(*member, (*whole)[key]);
+        }
+    }
+    EXPECT_FALSE(Json::decodeMember("7", "a").has_value());  // fragments follow the options as in decode
+}
+
 TEST(JsonDecode, NumberBoundaries) {
     const struct {
         const char* text;

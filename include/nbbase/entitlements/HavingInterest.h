@@ -12,6 +12,8 @@
 #include <optional>
 #include <utility>
 
+#include "nbbase/entitlements/InterestFields.h"
+#include "nbbase/entitlements/OnHookTimeLimits.h"
 #include "nbbase/entitlements/StableInterest.h"
 #include "nbbase/foundation/Value.h"
 
@@ -31,19 +33,22 @@ public:
     // what an empty or broken text gives.
     static std::shared_ptr<const HavingInterest> fromDictionary(const Value& element,
                                                                 HangupMarking marking = HangupMarking::Mark);
+    // The same from the element's fields alone (what a streaming reader captured).
+    static std::shared_ptr<const HavingInterest> fromFields(const InterestFields& fields,
+                                                            HangupMarking marking = HangupMarking::Mark);
 
     bool isLiveAt(std::int64_t serverTS) const noexcept { return endTime_ > serverTS; }
     bool hasEndTime() const noexcept { return endTime_ > 0; }
 
     std::int64_t endTime() const noexcept { return endTime_; }
     void setEndTime(std::int64_t endTime) noexcept { endTime_ = endTime; }
-    // Game id to the longest idle time in seconds in that game; nullopt unless type 5.
-    const std::optional<OnHookTimeMap>& maxOnHookInfo() const noexcept { return maxOnHookInfo_; }
-    void setMaxOnHookInfo(std::optional<OnHookTimeMap> maxOnHookInfo) { maxOnHookInfo_ = std::move(maxOnHookInfo); }
+    // Game id to the longest idle time in seconds in that game; nullopt unless type 5. Read from "extra_data" on
+    // the first call, not by the parse: see OnHookTimeLimits.
+    const std::optional<OnHookTimeMap>& maxOnHookInfo() const { return OnHookTimeLimits::of(maxOnHookInfo_); }
 
 private:
     std::int64_t endTime_ = 0;
-    std::optional<OnHookTimeMap> maxOnHookInfo_;
+    std::shared_ptr<const OnHookTimeLimits> maxOnHookInfo_;  // null unless type 5
 };
 
 }  // namespace nb

@@ -36,6 +36,7 @@
 #include "nbbase/core/NBConfiguration.h"
 #include "nbbase/core/NimboSdkManager.h"
 #include "nbbase/entitlements/InterestRules.h"
+#include "nbbase/entitlements/InterestsReplyReader.h"
 #include "nbbase/entitlements/InterestsSnapshot.h"
 #include "nbbase/entitlements/OnHookTimeMap.h"
 #include "nbbase/entitlements/VipInfo.h"
@@ -153,6 +154,8 @@ private:
     // Applies a decoded full reply to `next`: logs a non-zero code and answers false, as it does for a
     // reply without a "data" object; otherwise applies "data" in `form` and answers true.
     bool applyInterestsReply(const Value& reply, InterestsSnapshot::ReplyForm form, InterestsSnapshot& next) const;
+    // The same for a reply read by an InterestsReplyReader, in the form it was read in.
+    bool applyReadReply(const InterestsReplyReader& reader, InterestsSnapshot& next) const;
     bool applyPropertyReply(const std::optional<std::string>& text, InterestsSnapshot& next) const;
     void publish(InterestsSnapshot next);
 

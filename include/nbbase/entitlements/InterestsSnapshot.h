@@ -22,6 +22,7 @@
 #include <vector>
 
 #include "nbbase/entitlements/HavingInterest.h"
+#include "nbbase/entitlements/InterestFields.h"
 #include "nbbase/entitlements/NoHavingInterest.h"
 #include "nbbase/entitlements/StableInterest.h"
 #include "nbbase/entitlements/TriableInterest.h"
@@ -57,6 +58,10 @@ struct InterestsSnapshot {
     // is present. A present section that is not an array empties its list; elements are read whatever
     // their kind, by Value's conversions.
     void applyInterests(const Value& data, ReplyForm form);
+    // How an element of "having" and of "available_present" becomes a record in each form; shared by the
+    // decoded reply above and InterestsReplyReader, which reads the text without a Value tree.
+    static std::shared_ptr<const HavingInterest> havingRecord(const InterestFields& fields, ReplyForm form);
+    static std::shared_ptr<const TriableInterest> availableRecord(const InterestFields& fields, ReplyForm form);
     // The "data" object of a user-property reply: replaces the base interests with those of levels 0, 1
     // and 2 that it holds.
     void applyStableInterests(const Value& data);

@@ -12,6 +12,7 @@
 #include <optional>
 #include <string>
 
+#include "nbbase/entitlements/InterestFields.h"
 #include "nbbase/entitlements/StableInterest.h"
 #include "nbbase/foundation/Value.h"
 
@@ -31,6 +32,9 @@ public:
     // offered right carries no idle limits).
     static std::shared_ptr<const TriableInterest> fromDictionary(const Value& element,
                                                                  ProductIdForm form = ProductIdForm::Text);
+    // The same from the element's fields alone (what a streaming reader captured).
+    static std::shared_ptr<const TriableInterest> fromFields(const InterestFields& fields,
+                                                             ProductIdForm form = ProductIdForm::Text);
 
     bool hasEndTime() const noexcept { return endTime_ > 0; }
 

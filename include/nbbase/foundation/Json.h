@@ -4,7 +4,7 @@
 // empty optional, with the reason in *error when the caller passes one.
 //
 // Decoding reads UTF-8 (a leading byte-order mark is skipped) and builds the Value directly, without an
-// intermediate document:
+// intermediate document (read() gives the same walk to a JsonEvents handler of the caller's):
 // - objects and arrays are always accepted at the top; a bare scalar ("12", "\"text\"", "null") only
 //   with DecodeOptions::allowFragments;
 // - nesting deeper than kMaxDepth containers fails; input never makes the decoder recurse, however deep;
@@ -32,6 +32,7 @@
 #include <string>
 #include <string_view>
 
+#include "nbbase/foundation/JsonEvents.h"
 #include "nbbase/foundation/Value.h"
 
 namespace nb {
@@ -61,6 +62,15 @@ public:
     // Server replies arrive as bytes; same rules as above.
     [[nodiscard]] static std::optional<Value> decode(const nb::Data& bytes, DecodeOptions options = {},
                                                      Error* error = nullptr);
+    // Walks the text with the same checks as decode and reports it to `events` as it goes, for readers
+    // that need no Value tree of the whole text. True when the whole text was read; false on the first
+    // failure, including a handler answering false, after some events may already have been reported.
+    static bool read(std::string_view text, DecodeOptions options, JsonEvents& events, Error* error = nullptr);
+    // What decode(text, options) would give under `key` of its top-level object (the last of a repeated
+    // key), without building the rest: nullopt when decode would fail, an absent Value when the top is not
+    // an object or lacks the key. For small texts read many times, where the discarded rest is the cost.
+    [[nodiscard]] static std::optional<Value> decodeMember(std::string_view text, std::string_view key,
+                                                           DecodeOptions options = {}, Error* error = nullptr);
 
     [[nodiscard]] static std::optional<std::string> encode(const Value& value, Style style = Style::Compact,
                                                            Error* error = nullptr);
