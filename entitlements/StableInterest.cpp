@@ -14,11 +14,6 @@ Value elementsOf(const Value& value) {
     return Value(Value::Array{});
 }
 
-std::optional<Value> decodeExtraData(std::string_view text) {
-    if (text.empty()) return std::nullopt;
-    return Json::decode(text, {.allowFragments = true});
-}
-
 }  // namespace
 
 std::shared_ptr<const StableInterest> StableInterest::fromDictionary(const Value& dictionary) {
@@ -49,7 +44,8 @@ Value StableInterest::arrayFromExtraData(std::string_view extraData, std::string
 }
 
 std::optional<OnHookTimeMap> StableInterest::maxOnHookInfoFromExtraData(std::string_view extraData) {
-    const auto decoded = decodeExtraData(extraData);
+    if (extraData.empty()) return std::nullopt;
+    const auto decoded = Json::decode(extraData, {.allowFragments = true});
     if (!decoded) return std::nullopt;
     OnHookTimeMap limits;
     if (const auto* elements = decoded->asArray()) {
