@@ -1,0 +1,103 @@
+// URLSession: downloads over HTTP(S) and from file: URLs, on libcurl. The library's shared URL session
+// (shared()) serves the avatar and the display downloads of images; contentsOf() is the synchronous read
+// of a URL's whole content that the image prefetches make.
+//
+// How it starts: the first task starts one session thread, which runs libcurl's multi interface for every
+// transfer of this session and calls every completion. It needs nothing else: no configuration file, no
+// server of its own. Connections are kept and reused between transfers to the same host.
+//
+// Each transfer:
+// - verifies TLS certificates and host names against the system's trust store (never switched off);
+// - follows redirects, at most Options::maxRedirects of them; one more fails the transfer;
+// - fails when connecting takes longer than Options::connectTimeout, or when nothing at all arrives for
+//   Options::idleTimeout once connected (a stalled server), so no completion waits longer than that;
+// - fails when the body grows past Options::maxBodyBytes, as soon as it does (the bytes are dropped);
+// - sends the user agent that Options::userAgent answers when the task is created, when it answers one;
+// - sends Request::headers as given (a conditional refresh sets If-None-Match or If-Modified-Since).
+//
+// What counts as success: a transfer that completed with an HTTP status of 200 to 299, or 304 (Not
+// Modified, with an empty body; the caller keeps what it has), or a file: URL that could be read whole.
+// Any other status (404, 500, ...), a transfer error, a timeout, a body over the cap, a redirect loop or
+// a URL that does not parse strictly (Url::parse) is a failure: Response::error says what, and the body
+// is empty. Nothing is logged here; callers decide.
+//
+// Threads: every function may be called on any thread. dataTask() returns at once; its completion runs
+// later on the session thread, exactly once, never inside the call. contentsOf() blocks the calling thread
+// until its transfer ends (no longer than the timeouts allow) and must not be called from a completion
+// (the session thread would wait for itself: there it answers a failure at once).
+//
+// Lifetime: destroying a session stops and joins its thread; transfers still running are abandoned and
+// their completions destroyed without being called, on the destroying thread. contentsOf() calls still
+// waiting then answer a failure. shared() is created on first use and never destroyed.
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "nbbase/foundation/Value.h"
+
+namespace nb {
+
+class URLSession {
+public:
+    // Answers the User-Agent header for a new task; nullopt sends libcurl's none.
+    using UserAgentProvider = std::function<std::optional<std::string>()>;
+
+    struct Options {
+        std::chrono::milliseconds connectTimeout{10'000};
+        std::chrono::milliseconds idleTimeout{30'000};
+        long maxRedirects = 5;
+        std::size_t maxBodyBytes = 32u << 20;
+        UserAgentProvider userAgent;
+    };
+
+    struct Request {
+        std::string url;  // parsed strictly; encode it first when it may hold a blank
+        std::vector<std::pair<std::string, std::string>> headers;
+    };
+
+    struct Response {
+        // Empty on success; otherwise why it failed ("HTTP 404", "timed out", "body over 33554432 bytes", ...).
+        std::string error;
+        long statusCode = 0;  // the last HTTP status; 0 for file: URLs and transfers that got none
+        Data body;
+        // The validators of a 200 reply, for a later conditional request.
+        std::optional<std::string> etag;
+        std::optional<std::string> lastModified;
+
+        [[nodiscard]] bool succeeded() const noexcept { return error.empty(); }
+        [[nodiscard]] bool notModified() const noexcept { return succeeded() && statusCode == 304; }
+    };
+
+    using Completion = std::function<void(Response response)>;
+
+    // The process-wide session: default options, and the user agent of the SDK's class object
+    // (NimboSDKInterface::classObject()->getHttpUserAgent()) when one is registered.
+    static URLSession& shared();
+
+    explicit URLSession(Options options = {});
+    ~URLSession();
+    URLSession(const URLSession&) = delete;
+    URLSession& operator=(const URLSession&) = delete;
+
+    [[nodiscard]] const Options& options() const noexcept { return options_; }
+
+    // An empty completion still runs the transfer (its result is dropped).
+    void dataTask(Request request, Completion completion);
+
+    // The transfer of dataTask, waited for on the calling thread.
+    [[nodiscard]] Response contentsOf(Request request);
+
+private:
+    const Options options_;
+    struct Engine;
+    std::unique_ptr<Engine> engine_;
+};
+
+}  // namespace nb

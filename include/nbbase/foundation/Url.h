@@ -1,0 +1,50 @@
+// nb::Url: the one place the library turns text into an address, and percent-encodes text for a URL.
+//
+// Parsing is strict, with libcurl's URL parser: the text must carry a scheme ("https:", "file:", any
+// other scheme too), and a text with a blank or a control character in it, an unbalanced "[" in the host,
+// a bad port or anything else the parser refuses answers nullopt. Nothing is percent-encoded or guessed
+// on the way: a caller that has a text which may hold such characters encodes it first (encodeQuery), as
+// the display downloads do, or lets it fail, as the prefetches do.
+//
+// encodeQuery keeps the characters a URL's query may hold unencoded (ASCII letters and digits and
+// !$&'()*+,-./:;=?@_~) and writes every other byte as %XX with upper-case hex digits. "%" itself is not
+// in the set, so an already encoded text is encoded a second time ("%20" becomes "%2520"): callers that
+// rely on that (the avatar download) get exactly what they asked for.
+//
+// Threads: stateless functions and an immutable value type; any thread.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace nb {
+
+class Url {
+public:
+    [[nodiscard]] static std::optional<Url> parse(std::string_view text);
+
+    [[nodiscard]] static std::string encodeQuery(std::string_view text);
+    [[nodiscard]] static bool isQueryAllowed(unsigned char c) noexcept;
+
+    // The whole URL as the parser wrote it back (the scheme in lower case; otherwise as given).
+    [[nodiscard]] const std::string& text() const noexcept { return text_; }
+    [[nodiscard]] const std::string& scheme() const noexcept { return scheme_; }
+    // "" when the URL has none ("file:///tmp/a", "mailto:x").
+    [[nodiscard]] const std::string& host() const noexcept { return host_; }
+    [[nodiscard]] const std::string& path() const noexcept { return path_; }
+    // Without the "?"; nullopt when there is no "?".
+    [[nodiscard]] const std::optional<std::string>& query() const noexcept { return query_; }
+    [[nodiscard]] bool isFile() const noexcept { return scheme_ == "file"; }
+
+private:
+    Url() = default;
+
+    std::string text_;
+    std::string scheme_;
+    std::string host_;
+    std::string path_;
+    std::optional<std::string> query_;
+};
+
+}  // namespace nb
