@@ -9,7 +9,8 @@
 //
 // Nothing it holds waits longer than the test: destruction releases the gate and every stall, then stops
 // the server and joins its thread, so a test ends promptly whatever its clients still expect. Declare it
-// before the clients that talk to it, so they go first.
+// before the clients that talk to it, so they go first: an idle kept-alive connection of a client that
+// outlives the server (URLSession::shared()) delays its destruction by up to a second.
 //
 // Threads: every function may be called on any thread; handlers run on the server's own pool.
 #pragma once

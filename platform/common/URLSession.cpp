@@ -4,11 +4,13 @@
 
 #include <algorithm>
 #include <cassert>
+#include <cctype>
 #include <climits>
 #include <condition_variable>
 #include <exception>
 #include <future>
 #include <mutex>
+#include <system_error>
 #include <thread>
 #include <unordered_map>
 
@@ -117,25 +119,37 @@ struct URLSession::Engine {
     }
 
     void enqueue(std::unique_ptr<Transfer> transfer) {
+        // Transfers that will never run are destroyed uncalled, outside the lock: their completions'
+        // captures may have destructors that call back into the session.
+        std::vector<std::unique_ptr<Transfer>> dropped;
         {
             std::lock_guard lock(mutex);
-            if (stopping) return;  // destroyed on the way out, uncalled
-            pending.push_back(std::move(transfer));
-            if (!started) start();
+            if (stopping) {
+                dropped.push_back(std::move(transfer));
+            } else {
+                pending.push_back(std::move(transfer));
+                if (!started && !start()) dropped.swap(pending);
+            }
         }
         wake();
     }
 
-    // Called with mutex held, once. Without libcurl the thread still runs and fails every transfer, so that
-    // completions keep their promise of arriving on the session thread.
-    void start() {
-        started = true;
-        if (curlReady()) {
+    // Called with mutex held. Without libcurl the thread still runs and fails every transfer, so that
+    // completions keep their promise of arriving on the session thread. False when no thread could be
+    // made; the next task tries again.
+    bool start() {
+        if (multi == nullptr && curlReady()) {
             multi = curl_multi_init();
             share = curl_share_init();
+            if (share != nullptr) curl_share_setopt(share, CURLSHOPT_SHARE, CURL_LOCK_DATA_SSL_SESSION);
         }
-        if (share != nullptr) curl_share_setopt(share, CURLSHOPT_SHARE, CURL_LOCK_DATA_SSL_SESSION);
-        thread = std::thread([this] { run(); });
+        try {
+            thread = std::thread([this] { run(); });
+        } catch (const std::system_error&) {
+            return false;
+        }
+        started = true;
+        return true;
     }
 
     void wake() {
@@ -235,7 +249,6 @@ struct URLSession::Engine {
         set(CURLOPT_ACCEPT_ENCODING, "");
         set(CURLOPT_MAXFILESIZE_LARGE, static_cast<curl_off_t>(std::min<std::size_t>(t.maxBodyBytes, INT64_MAX)));
         set(CURLOPT_ERRORBUFFER, t.errorBuffer);
-        set(CURLOPT_PRIVATE, static_cast<void*>(&t));
         set(CURLOPT_WRITEFUNCTION, &Engine::onBody);
         set(CURLOPT_WRITEDATA, static_cast<void*>(&t));
         set(CURLOPT_HEADERFUNCTION, &Engine::onHeader);
@@ -248,6 +261,9 @@ struct URLSession::Engine {
         return ok;
     }
 
+    // Called for each request, on a new connection or a reused one. A redirect's new connection is made
+    // while the clock still runs from the previous reply's last byte, so with an idle timeout shorter than
+    // the connect timeout a slow redirect target meets the idle limit first.
     static int onConnected(void* data, char*, char*, int, int) {
         auto& t = *static_cast<Transfer*>(data);
         t.connected = true;
@@ -398,7 +414,12 @@ void URLSession::dataTask(Request request, Completion completion) {
         engine_->enqueue(std::make_unique<Transfer>("unparsable URL: " + request.url, std::move(completion)));
         return;
     }
-    auto userAgent = options_.userAgent ? options_.userAgent() : std::nullopt;
+    std::optional<std::string> userAgent;
+    try {
+        if (options_.userAgent) userAgent = options_.userAgent();
+    } catch (...) {
+        // A provider that fails sends no user agent; the transfer itself is unaffected.
+    }
     engine_->enqueue(std::make_unique<Transfer>(url->text(), url->isFile(), std::move(request), std::move(userAgent),
                                                 std::move(completion)));
 }
