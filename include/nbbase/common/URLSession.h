@@ -10,7 +10,8 @@
 // - verifies TLS certificates and host names against the system's trust store (never switched off);
 // - follows redirects, at most Options::maxRedirects of them; one more fails the transfer;
 // - fails when connecting takes longer than Options::connectTimeout, or when nothing at all arrives for
-//   Options::idleTimeout once connected (a stalled server), so no completion waits longer than that;
+//   Options::idleTimeout once connected (a stalled server), so no completion waits longer than that; the
+//   idle clock restarts with every byte received and every connection made ready (after a redirect too);
 // - fails when the body grows past Options::maxBodyBytes, as soon as it does (the bytes are dropped);
 // - sends the user agent that Options::userAgent answers when the task is created, when it answers one;
 // - sends Request::headers as given (a conditional refresh sets If-None-Match or If-Modified-Since).
@@ -19,16 +20,20 @@
 // Modified, with an empty body; the caller keeps what it has), or a file: URL that could be read whole.
 // Any other status (404, 500, ...), a transfer error, a timeout, a body over the cap, a redirect loop or
 // a URL that does not parse strictly (Url::parse) is a failure: Response::error says what, and the body
-// is empty. Nothing is logged here; callers decide.
+// is empty. Failures are not logged here; callers decide. (A completion that throws is logged, level 4, and
+// the session carries on.)
 //
 // Threads: every function may be called on any thread. dataTask() returns at once; its completion runs
-// later on the session thread, exactly once, never inside the call. contentsOf() blocks the calling thread
-// until its transfer ends (no longer than the timeouts allow) and must not be called from a completion
-// (the session thread would wait for itself: there it answers a failure at once).
+// later on the session thread, exactly once, never inside the call, and never under a lock of the session's,
+// so it may start further tasks. Options::userAgent runs inside dataTask()/contentsOf() on the caller's
+// thread, possibly on several threads at once. contentsOf() blocks the calling thread until its transfer
+// ends (no longer than the timeouts allow) and must not be called from a completion (the session thread
+// would wait for itself: there it answers a failure at once).
 //
 // Lifetime: destroying a session stops and joins its thread; transfers still running are abandoned and
 // their completions destroyed without being called, on the destroying thread. contentsOf() calls still
-// waiting then answer a failure. shared() is created on first use and never destroyed.
+// waiting then answer a failure. A completion must not destroy its own session. shared() is created on
+// first use and never destroyed.
 #pragma once
 
 #include <chrono>
@@ -46,7 +51,7 @@ namespace nb {
 
 class URLSession {
 public:
-    // Answers the User-Agent header for a new task; nullopt sends libcurl's none.
+    // Answers the User-Agent header for a new task; nullopt sends none. Must be thread-safe (see Threads).
     using UserAgentProvider = std::function<std::optional<std::string>()>;
 
     struct Options {
@@ -81,7 +86,9 @@ public:
     // (NimboSDKInterface::classObject()->getHttpUserAgent()) when one is registered.
     static URLSession& shared();
 
-    explicit URLSession(Options options = {});
+    // Default options. (Not a default argument: Options is incomplete until the class is.)
+    URLSession();
+    explicit URLSession(Options options);
     ~URLSession();
     URLSession(const URLSession&) = delete;
     URLSession& operator=(const URLSession&) = delete;

@@ -1,0 +1,451 @@
+#include "nbbase/common/URLSession.h"
+
+#include <curl/curl.h>
+
+#include <algorithm>
+#include <cassert>
+#include <cctype>
+#include <climits>
+#include <condition_variable>
+#include <exception>
+#include <future>
+#include <mutex>
+#include <system_error>
+#include <thread>
+#include <unordered_map>
+
+#include "nbbase/common/NBLog.h"
+#include "nbbase/foundation/Url.h"
+#include "nbbase/sdk/NimboSDKInterface.h"
+
+namespace nb {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+// libcurl asks for one global initialisation before the first handle, and it is not safe to race.
+bool curlReady() {
+    static std::once_flag once;
+    static bool ready = false;
+    std::call_once(once, [] { ready = curl_global_init(CURL_GLOBAL_DEFAULT) == CURLE_OK; });
+    return ready;
+}
+
+// Which session's thread the current thread is, if any: contentsOf() refuses to wait for itself.
+thread_local const void* currentSessionEngine = nullptr;
+
+URLSession::Response failure(std::string error, long statusCode = 0) {
+    URLSession::Response response;
+    response.error = std::move(error);
+    response.statusCode = statusCode;
+    return response;
+}
+
+bool startsWithNoCase(std::string_view text, std::string_view prefix) {
+    return text.size() >= prefix.size() &&
+           std::equal(prefix.begin(), prefix.end(), text.begin(), [](char a, char b) {
+               return std::tolower(static_cast<unsigned char>(a)) == std::tolower(static_cast<unsigned char>(b));
+           });
+}
+
+std::string_view trimmed(std::string_view text) {
+    constexpr std::string_view blanks = " \t\r\n";
+    const auto first = text.find_first_not_of(blanks);
+    if (first == std::string_view::npos) return {};
+    return text.substr(first, text.find_last_not_of(blanks) - first + 1);
+}
+
+}  // namespace
+
+// One transfer, from the call that creates it to its completion. Everything below `completion` belongs to
+// the session thread once the transfer is queued.
+struct Transfer {
+    Transfer(std::string url, bool isFile, URLSession::Request request, std::optional<std::string> userAgent,
+             URLSession::Completion completion)
+        : url(std::move(url)),
+          isFile(isFile),
+          headers(std::move(request.headers)),
+          userAgent(std::move(userAgent)),
+          completion(std::move(completion)) {}
+
+    // A transfer that fails before it starts (its URL did not parse).
+    Transfer(std::string error, URLSession::Completion completion)
+        : earlyError(std::move(error)), completion(std::move(completion)) {}
+
+    ~Transfer() {
+        if (easy != nullptr) curl_easy_cleanup(easy);
+        if (headerList != nullptr) curl_slist_free_all(headerList);
+    }
+    Transfer(const Transfer&) = delete;
+    Transfer& operator=(const Transfer&) = delete;
+
+    const std::string url;
+    const bool isFile = false;
+    const std::vector<std::pair<std::string, std::string>> headers;
+    const std::optional<std::string> userAgent;
+    const std::optional<std::string> earlyError;
+    URLSession::Completion completion;
+
+    CURL* easy = nullptr;
+    curl_slist* headerList = nullptr;
+    char errorBuffer[CURL_ERROR_SIZE] = {};
+    std::size_t maxBodyBytes = 0;
+    URLSession::Response response;
+    bool bodyOverCap = false;
+    // Set once a connection is ready for the request; from then on silence longer than the idle timeout
+    // ends the transfer.
+    bool connected = false;
+    Clock::time_point lastActivity;
+};
+
+struct URLSession::Engine {
+    explicit Engine(const Options& options) : options(options) {}
+
+    ~Engine() {
+        assert(currentSessionEngine != this && "a session must not be destroyed from its own completion");
+        {
+            std::lock_guard lock(mutex);
+            stopping = true;
+        }
+        wake();
+        if (thread.joinable()) thread.join();
+        // The thread has ended: its transfers are ours now. Their completions go uncalled.
+        for (auto& [easy, transfer] : active) curl_multi_remove_handle(multi, easy);
+        active.clear();
+        pending.clear();
+        if (multi != nullptr) curl_multi_cleanup(multi);
+        if (share != nullptr) curl_share_cleanup(share);
+    }
+
+    void enqueue(std::unique_ptr<Transfer> transfer) {
+        // Transfers that will never run are destroyed uncalled, outside the lock: their completions'
+        // captures may have destructors that call back into the session.
+        std::vector<std::unique_ptr<Transfer>> dropped;
+        {
+            std::lock_guard lock(mutex);
+            if (stopping) {
+                dropped.push_back(std::move(transfer));
+            } else {
+                pending.push_back(std::move(transfer));
+                if (!started && !start()) dropped.swap(pending);
+            }
+        }
+        wake();
+    }
+
+    // Called with mutex held. Without libcurl the thread still runs and fails every transfer, so that
+    // completions keep their promise of arriving on the session thread. False when no thread could be
+    // made; the next task tries again.
+    bool start() {
+        if (multi == nullptr && curlReady()) {
+            multi = curl_multi_init();
+            share = curl_share_init();
+            if (share != nullptr) curl_share_setopt(share, CURLSHOPT_SHARE, CURL_LOCK_DATA_SSL_SESSION);
+        }
+        try {
+            thread = std::thread([this] { run(); });
+        } catch (const std::system_error&) {
+            return false;
+        }
+        started = true;
+        return true;
+    }
+
+    void wake() {
+        if (multi != nullptr) {
+            curl_multi_wakeup(multi);
+        } else {
+            std::lock_guard lock(mutex);
+            changed.notify_all();
+        }
+    }
+
+    // ---- The session thread ---------------------------------------------------------------------------
+
+    void run() {
+        currentSessionEngine = this;
+        for (;;) {
+            std::vector<std::unique_ptr<Transfer>> incoming;
+            {
+                std::lock_guard lock(mutex);
+                if (stopping) return;
+                incoming.swap(pending);
+            }
+            std::vector<std::unique_ptr<Transfer>> finished;
+            for (auto& transfer : incoming) begin(std::move(transfer), finished);
+            if (multi != nullptr) {
+                int running = 0;
+                curl_multi_perform(multi, &running);
+                collectDone(finished);
+                expireIdle(finished);
+            }
+            for (auto& transfer : finished) complete(*transfer);
+            finished.clear();
+            waitForWork();
+        }
+    }
+
+    void waitForWork() {
+        if (multi == nullptr) {
+            std::unique_lock lock(mutex);
+            changed.wait(lock, [&] { return stopping || !pending.empty(); });
+            return;
+        }
+        long curlTimeout = -1;
+        curl_multi_timeout(multi, &curlTimeout);
+        // New transfers and destruction interrupt the wait through curl_multi_wakeup, so an idle session
+        // needs no timeout; the cap only bounds what a clock jump could do.
+        long waitMs = curlTimeout >= 0 ? curlTimeout : 60'000;
+        const auto now = Clock::now();
+        for (const auto& [easy, transfer] : active) {
+            if (!transfer->connected) continue;
+            const auto left = std::chrono::ceil<std::chrono::milliseconds>(transfer->lastActivity +
+                                                                           options.idleTimeout - now);
+            waitMs = std::min<long>(waitMs, std::max<long>(0, static_cast<long>(left.count())));
+        }
+        curl_multi_poll(multi, nullptr, 0, static_cast<int>(std::min<long>(waitMs, INT_MAX)), nullptr);
+    }
+
+    void begin(std::unique_ptr<Transfer> transfer, std::vector<std::unique_ptr<Transfer>>& finished) {
+        if (transfer->earlyError) {
+            transfer->response = failure(*transfer->earlyError);
+            finished.push_back(std::move(transfer));
+            return;
+        }
+        if (multi == nullptr || !configure(*transfer) || curl_multi_add_handle(multi, transfer->easy) != CURLM_OK) {
+            transfer->response = failure("libcurl could not start the transfer");
+            finished.push_back(std::move(transfer));
+            return;
+        }
+        CURL* easy = transfer->easy;
+        active.emplace(easy, std::move(transfer));
+    }
+
+    bool configure(Transfer& t) {
+        t.easy = curl_easy_init();
+        if (t.easy == nullptr) return false;
+        t.maxBodyBytes = options.maxBodyBytes;
+        for (const auto& [name, value] : t.headers) {
+            // "Name;" is libcurl's way to send a header with an empty value ("Name:" would remove it).
+            const std::string line = value.empty() ? name + ";" : name + ": " + value;
+            curl_slist* grown = curl_slist_append(t.headerList, line.c_str());
+            if (grown == nullptr) return false;
+            t.headerList = grown;
+        }
+        CURL* e = t.easy;
+        bool ok = true;
+        auto set = [&](CURLoption option, auto value) { ok = ok && curl_easy_setopt(e, option, value) == CURLE_OK; };
+        set(CURLOPT_URL, t.url.c_str());
+        set(CURLOPT_PROTOCOLS_STR, "http,https,file");
+        set(CURLOPT_REDIR_PROTOCOLS_STR, "http,https");
+        set(CURLOPT_NOSIGNAL, 1L);
+        set(CURLOPT_SSL_VERIFYPEER, 1L);
+        set(CURLOPT_SSL_VERIFYHOST, 2L);
+        set(CURLOPT_FOLLOWLOCATION, 1L);
+        set(CURLOPT_MAXREDIRS, options.maxRedirects);
+        set(CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(options.connectTimeout.count()));
+        set(CURLOPT_FAILONERROR, 1L);
+        set(CURLOPT_ACCEPT_ENCODING, "");
+        set(CURLOPT_MAXFILESIZE_LARGE, static_cast<curl_off_t>(std::min<std::size_t>(t.maxBodyBytes, INT64_MAX)));
+        set(CURLOPT_ERRORBUFFER, t.errorBuffer);
+        set(CURLOPT_WRITEFUNCTION, &Engine::onBody);
+        set(CURLOPT_WRITEDATA, static_cast<void*>(&t));
+        set(CURLOPT_HEADERFUNCTION, &Engine::onHeader);
+        set(CURLOPT_HEADERDATA, static_cast<void*>(&t));
+        set(CURLOPT_PREREQFUNCTION, &Engine::onConnected);
+        set(CURLOPT_PREREQDATA, static_cast<void*>(&t));
+        if (t.userAgent) set(CURLOPT_USERAGENT, t.userAgent->c_str());
+        if (t.headerList != nullptr) set(CURLOPT_HTTPHEADER, t.headerList);
+        if (share != nullptr) set(CURLOPT_SHARE, share);
+        return ok;
+    }
+
+    // Called for each request, on a new connection or a reused one. A redirect's new connection is made
+    // while the clock still runs from the previous reply's last byte, so with an idle timeout shorter than
+    // the connect timeout a slow redirect target meets the idle limit first.
+    static int onConnected(void* data, char*, char*, int, int) {
+        auto& t = *static_cast<Transfer*>(data);
+        t.connected = true;
+        t.lastActivity = Clock::now();
+        return CURL_PREREQFUNC_OK;
+    }
+
+    static std::size_t onHeader(char* bytes, std::size_t, std::size_t count, void* data) {
+        auto& t = *static_cast<Transfer*>(data);
+        t.lastActivity = Clock::now();
+        const std::string_view line(bytes, count);
+        if (startsWithNoCase(line, "HTTP/")) {
+            // A new response (after a redirect, or past a 1xx): only the last one's validators count.
+            t.response.etag.reset();
+            t.response.lastModified.reset();
+        } else if (startsWithNoCase(line, "etag:")) {
+            t.response.etag = std::string(trimmed(line.substr(5)));
+        } else if (startsWithNoCase(line, "last-modified:")) {
+            t.response.lastModified = std::string(trimmed(line.substr(14)));
+        }
+        return count;
+    }
+
+    static std::size_t onBody(char* bytes, std::size_t, std::size_t count, void* data) {
+        auto& t = *static_cast<Transfer*>(data);
+        t.lastActivity = Clock::now();
+        Data& body = t.response.body;
+        if (count > t.maxBodyBytes - body.size()) {
+            t.bodyOverCap = true;
+            return 0;  // anything but `count` makes libcurl abort the transfer
+        }
+        if (body.empty()) {
+            curl_off_t announced = -1;
+            curl_easy_getinfo(t.easy, CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &announced);
+            if (announced > 0) body.reserve(std::min(static_cast<std::size_t>(announced), t.maxBodyBytes));
+        }
+        body.insert(body.end(), bytes, bytes + count);
+        return count;
+    }
+
+    void collectDone(std::vector<std::unique_ptr<Transfer>>& finished) {
+        int queued = 0;
+        while (CURLMsg* message = curl_multi_info_read(multi, &queued)) {
+            if (message->msg != CURLMSG_DONE) continue;
+            auto transfer = detach(message->easy_handle);
+            if (!transfer) continue;
+            conclude(*transfer, message->data.result);
+            finished.push_back(std::move(transfer));
+        }
+    }
+
+    void expireIdle(std::vector<std::unique_ptr<Transfer>>& finished) {
+        const auto now = Clock::now();
+        std::vector<CURL*> expired;
+        for (const auto& [easy, transfer] : active) {
+            if (transfer->connected && now - transfer->lastActivity >= options.idleTimeout) expired.push_back(easy);
+        }
+        for (CURL* easy : expired) {
+            auto transfer = detach(easy);
+            long status = 0;
+            curl_easy_getinfo(easy, CURLINFO_RESPONSE_CODE, &status);
+            transfer->response = failure(
+                "timed out: nothing received for " + std::to_string(options.idleTimeout.count()) + " ms", status);
+            finished.push_back(std::move(transfer));
+        }
+    }
+
+    std::unique_ptr<Transfer> detach(CURL* easy) {
+        auto it = active.find(easy);
+        if (it == active.end()) return nullptr;
+        auto transfer = std::move(it->second);
+        active.erase(it);
+        curl_multi_remove_handle(multi, easy);
+        return transfer;
+    }
+
+    void conclude(Transfer& t, CURLcode result) const {
+        long status = 0;
+        curl_easy_getinfo(t.easy, CURLINFO_RESPONSE_CODE, &status);
+        auto fail = [&](std::string error) { t.response = failure(std::move(error), status); };
+        t.response.statusCode = status;
+        if (t.bodyOverCap || result == CURLE_FILESIZE_EXCEEDED) {
+            fail("body over " + std::to_string(t.maxBodyBytes) + " bytes");
+        } else if (result == CURLE_HTTP_RETURNED_ERROR) {
+            fail("HTTP " + std::to_string(status));
+        } else if (result != CURLE_OK) {
+            fail(t.errorBuffer[0] != '\0' ? std::string(t.errorBuffer) : std::string(curl_easy_strerror(result)));
+        } else if (t.isFile) {
+            t.response.statusCode = 0;
+        } else if (status == 304) {
+            t.response.body.clear();
+        } else if (status < 200 || status > 299) {
+            fail("HTTP " + std::to_string(status));
+        }
+    }
+
+    static void complete(Transfer& t) {
+        auto completion = std::move(t.completion);
+        if (!completion) return;
+        // An exception must not unwind through the session thread: it would end the process.
+        try {
+            completion(std::move(t.response));
+        } catch (const std::exception& e) {
+            NBLog::sharedInstance().log(4, "URL session completion threw: {}", e.what());
+        } catch (...) {
+            NBLog::sharedInstance().log(4, "URL session completion threw a non-standard exception");
+        }
+    }
+
+    const Options& options;
+
+    std::mutex mutex;
+    std::condition_variable changed;                  // only without libcurl; guarded by mutex
+    std::vector<std::unique_ptr<Transfer>> pending;  // guarded by mutex
+    bool stopping = false;                            // guarded by mutex
+    bool started = false;                             // guarded by mutex
+    std::thread thread;                               // set under mutex, joined by the destructor
+
+    // Created under mutex before the thread starts and destroyed after it is joined; curl_multi_wakeup is
+    // the one call other threads make on it.
+    CURLM* multi = nullptr;
+    CURLSH* share = nullptr;  // TLS sessions shared by the easy handles; session thread only
+
+    std::unordered_map<CURL*, std::unique_ptr<Transfer>> active;  // session thread only
+};
+
+URLSession& URLSession::shared() {
+    static URLSession* const instance = [] {
+        Options options;
+        options.userAgent = []() -> std::optional<std::string> {
+            auto sdk = NimboSDKInterface::classObject();
+            return sdk ? sdk->getHttpUserAgent() : std::nullopt;
+        };
+        return new URLSession(std::move(options));
+    }();
+    return *instance;
+}
+
+URLSession::URLSession() : URLSession(Options{}) {}
+
+URLSession::URLSession(Options options) : options_(std::move(options)), engine_(std::make_unique<Engine>(options_)) {}
+
+URLSession::~URLSession() = default;
+
+void URLSession::dataTask(Request request, Completion completion) {
+    auto url = Url::parse(request.url);
+    if (!url) {
+        engine_->enqueue(std::make_unique<Transfer>("unparsable URL: " + request.url, std::move(completion)));
+        return;
+    }
+    std::optional<std::string> userAgent;
+    try {
+        if (options_.userAgent) userAgent = options_.userAgent();
+    } catch (...) {
+        // A provider that fails sends no user agent; the transfer itself is unaffected.
+    }
+    engine_->enqueue(std::make_unique<Transfer>(url->text(), url->isFile(), std::move(request), std::move(userAgent),
+                                                std::move(completion)));
+}
+
+URLSession::Response URLSession::contentsOf(Request request) {
+    if (currentSessionEngine == engine_.get()) {
+        return failure("contentsOf called on the session thread, which would wait for itself");
+    }
+    // Answers exactly once: with the transfer's response, or with a failure when the session drops the
+    // completion uncalled (it is being destroyed).
+    struct Waiter {
+        std::promise<Response> promise;
+        bool answered = false;
+        void answer(Response response) {
+            answered = true;
+            promise.set_value(std::move(response));
+        }
+        ~Waiter() {
+            if (!answered) promise.set_value(failure("the URL session was destroyed"));
+        }
+    };
+    auto waiter = std::make_shared<Waiter>();
+    auto answer = waiter->promise.get_future();
+    dataTask(std::move(request), [waiter](Response response) { waiter->answer(std::move(response)); });
+    waiter.reset();  // the completion holds the only reference now
+    return answer.get();
+}
+
+}  // namespace nb
