@@ -1,59 +1,22 @@
 #include "EntitlementTable.h"
 
+#include "ReportText.h"
+
 #include <algorithm>
-#include <ctime>
 #include <string_view>
 #include <utility>
 #include <vector>
 
-#include <fmt/chrono.h>
 #include <fmt/format.h>
 
 #include "nbbase/entitlements/InterestsInfo.h"
 #include "nbbase/entitlements/VipInfo.h"
-#include "nbbase/foundation/Json.h"
 
 namespace nb::nbctl {
 
 namespace {
 
-using Row = std::vector<std::string>;
-
-// Pads every column but the last to its widest cell, two spaces apart; trailing blanks are cut.
-std::string aligned(const std::vector<Row>& rows) {
-    std::vector<std::size_t> widths;
-    for (const Row& row : rows) {
-        if (widths.size() < row.size()) widths.resize(row.size(), 0);
-        for (std::size_t i = 0; i < row.size(); ++i) widths[i] = std::max(widths[i], row[i].size());
-    }
-    std::string out;
-    for (const Row& row : rows) {
-        std::string line;
-        for (std::size_t i = 0; i < row.size(); ++i) {
-            line += row[i];
-            if (i + 1 < row.size()) line.append(widths[i] + 2 - row[i].size(), ' ');
-        }
-        line.erase(line.find_last_not_of(' ') + 1);
-        out += line + '\n';
-    }
-    return out;
-}
-
-std::string yesNo(bool b) { return b ? "yes" : "no"; }
-
-// Server seconds with their UTC date. Only years 1970 to 9999 get a date: a server that sends 0 means
-// "none", and gmtime cannot render every 64-bit value.
-std::string instant(std::int64_t seconds) {
-    constexpr std::int64_t kLastDate = 253402300799;  // 9999-12-31 23:59:59
-    if (seconds <= 0 || seconds > kLastDate) return fmt::format("{}", seconds);
-    return fmt::format("{} ({:%Y-%m-%d %H:%M:%S} UTC)", seconds, fmt::gmtime(static_cast<std::time_t>(seconds)));
-}
-
-// JSON text, so that a string id shows quoted and a numeric one bare: the store tells them apart.
-std::string jsonText(const Value& value) {
-    if (value.isAbsent()) return "none";
-    return Json::encode(value).value_or(value.kindName());
-}
+using Row = ReportText::Row;
 
 std::string levelName(std::int64_t level) {
     switch (level) {
@@ -67,7 +30,7 @@ std::string levelName(std::int64_t level) {
 std::string offerText(const TriableInterest* offer) {
     if (!offer) return "-";
     const Value& id = offer->productId();
-    std::string text = id.isString() ? *id.asString() : (id.isAbsent() ? "(no product id)" : jsonText(id));
+    std::string text = id.isString() ? *id.asString() : (id.isAbsent() ? "(no product id)" : ReportText::jsonText(id));
     if (offer->productName()) text += fmt::format(" \"{}\"", *offer->productName());
     return text;
 }
@@ -79,15 +42,16 @@ bool isTrial(const InterestsSnapshot::TriableFlags& flags, std::int32_t value) {
 }
 
 Row rightRow(std::string name, bool allowed, bool trial, const TriableInterest* unlocking) {
-    if (allowed) return {std::move(name), "yes", yesNo(trial), ""};
+    if (allowed) return {std::move(name), "yes", ReportText::yesNo(trial), ""};
     return {std::move(name), "no", "", offerText(unlocking)};
 }
 
-std::string rights(const InterestRules& rules) {
+std::string rights(const InterestRules& rules, const std::vector<std::int32_t>& qualityLevels,
+                   const std::vector<std::int32_t>& frameRates) {
     const InterestsSnapshot& snapshot = rules.snapshot();
     std::vector<Row> rows{{"Right", "Allowed", "Trial", "Unlocked by"}};
     const auto offers = rules.pictureQualityAvailableInterests();
-    for (const std::int32_t level : EntitlementTable::kQualityLevels) {
+    for (const std::int32_t level : qualityLevels) {
         const auto unlocking = std::find_if(offers.begin(), offers.end(), [level](const auto& offer) {
             return InterestRules::containsKey(Value(level), offer->frameAttr());
         });
@@ -95,11 +59,11 @@ std::string rights(const InterestRules& rules) {
                                 isTrial(snapshot.frameTriableFlag, level),
                                 unlocking == offers.end() ? nullptr : unlocking->get()));
     }
-    for (const std::int32_t fps : EntitlementTable::kFrameRates) {
+    for (const std::int32_t fps : frameRates) {
         rows.push_back(rightRow(fmt::format("{} fps", fps), rules.hasFpsInterest(fps),
                                 isTrial(snapshot.fpsTriableFlag, fps), rules.getTriableInterestByFps(fps).get()));
     }
-    return aligned(rows);
+    return ReportText::aligned(rows);
 }
 
 std::string heldEnds(const InterestRules& rules) {
@@ -109,10 +73,10 @@ std::string heldEnds(const InterestRules& rules) {
         out += "Quality and frame-rate trial: no held quality or frame-rate right\n";
     } else if (expiry["endTime"].longLongValue() == 0) {
         out += fmt::format("Quality and frame-rate trial: none held (endTime 0, svip {})\n",
-                           yesNo(expiry["svip"].boolValue()));
+                           ReportText::yesNo(expiry["svip"].boolValue()));
     } else {
         out += fmt::format("Quality and frame-rate trial ends {}, svip {}\n",
-                           instant(expiry["endTime"].longLongValue()), yesNo(expiry["svip"].boolValue()));
+                           ReportText::instant(expiry["endTime"].longLongValue()), ReportText::yesNo(expiry["svip"].boolValue()));
     }
 
     std::vector<Row> rows{{"Held record", "Ends", "By server time"}};
@@ -120,17 +84,17 @@ std::string heldEnds(const InterestRules& rules) {
         for (const auto& record : *held) {
             std::string name;
             if (record->type() == StableInterest::kTypeFrame) {
-                name = "quality " + jsonText(record->frameAttr());
+                name = "quality " + ReportText::jsonText(record->frameAttr());
             } else if (record->type() == StableInterest::kTypeFps) {
-                name = "frame rate " + jsonText(record->fpsAttr());
+                name = "frame rate " + ReportText::jsonText(record->fpsAttr());
             } else {
                 continue;
             }
-            rows.push_back({std::move(name), instant(record->endTime()),
+            rows.push_back({std::move(name), ReportText::instant(record->endTime()),
                             record->isLiveAt(rules.snapshot().currentTS) ? "live" : "ended"});
         }
     }
-    if (rows.size() > 1) out += aligned(rows);
+    if (rows.size() > 1) out += ReportText::aligned(rows);
     return out;
 }
 
@@ -139,9 +103,9 @@ std::string nextCheck(const InterestRules& rules) {
     const std::int64_t elapse = timer["elapse"].longLongValue();
     return fmt::format("Next check: elapse {} s{}, endTime {}\n            for type {}, property {}, isHaving {}, "
                        "isTry {}\n",
-                       elapse, elapse <= 0 ? " (due: fetch now)" : "", instant(timer["endTime"].longLongValue()),
-                       timer["type"].intValue(), timer["property"].intValue(), yesNo(timer["isHaving"].boolValue()),
-                       yesNo(timer["isTry"].boolValue()));
+                       elapse, elapse <= 0 ? " (due: fetch now)" : "", ReportText::instant(timer["endTime"].longLongValue()),
+                       timer["type"].intValue(), timer["property"].intValue(), ReportText::yesNo(timer["isHaving"].boolValue()),
+                       ReportText::yesNo(timer["isTry"].boolValue()));
 }
 
 // Every game an idle-play record names, held or not, in the order first seen.
@@ -166,22 +130,23 @@ std::string idlePlay(const InterestRules& rules) {
     if (games.empty()) return "Idle play: no game has an idle limit\n";
     std::vector<Row> rows{{"Idle play in game", "With the right (s)", "Without (s)"}};
     for (const Value& game : games) {
-        rows.push_back({jsonText(game), fmt::format("{}", rules.maxHangupTimeInSec(game, true)),
+        rows.push_back({ReportText::jsonText(game), fmt::format("{}", rules.maxHangupTimeInSec(game, true)),
                         fmt::format("{}", rules.maxHangupTimeInSec(game, false))});
     }
-    return aligned(rows);
+    return ReportText::aligned(rows);
 }
 
 }  // namespace
 
-EntitlementTable::EntitlementTable(InterestRules rules) : rules_(std::move(rules)) {}
+EntitlementTable::EntitlementTable(InterestRules rules, Rows rows) : rules_(std::move(rules)), rows_(std::move(rows)) {}
 
-EntitlementTable::EntitlementTable(const InterestsInfo& interests, const VipInfo& vip)
-    : rules_(interests.snapshot(), vip.propertyLevel()) {}
+EntitlementTable::EntitlementTable(const InterestsInfo& interests, const VipInfo& vip, Rows rows)
+    : rules_(interests.snapshot(), vip.propertyLevel()), rows_(std::move(rows)) {}
 
 std::string EntitlementTable::text() const {
     return fmt::format("User level: {} ({})\nServer time (currentTS): {}\n\n{}\n{}\n{}\n{}", rules_.level(),
-                       levelName(rules_.level()), instant(rules_.snapshot().currentTS), rights(rules_),
+                       levelName(rules_.level()), ReportText::instant(rules_.snapshot().currentTS),
+                       rights(rules_, rows_.qualityLevels, rows_.frameRates),
                        heldEnds(rules_), nextCheck(rules_), idlePlay(rules_));
 }
 

@@ -10,9 +10,9 @@
 // Threads: a table is immutable once built; build and read it on any thread.
 #pragma once
 
-#include <array>
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "nbbase/entitlements/InterestRules.h"
 
@@ -23,15 +23,21 @@ class VipInfo;
 
 namespace nb::nbctl {
 
+// The quality levels and frame rates that get a row: those the game's configuration offers
+// (GameGlobalConfig), or without one the levels and rates every client knows. Outside the class so that
+// "Rows rows = {}" compiles as a default argument.
+struct EntitlementRows {
+    std::vector<std::int32_t> qualityLevels{0, 1, 2, 3};
+    std::vector<std::int32_t> frameRates{30, 60, 90, 120};
+};
+
 class EntitlementTable {
 public:
-    // The quality levels and frame rates that get a row.
-    static constexpr std::array<std::int32_t, 4> kQualityLevels{0, 1, 2, 3};
-    static constexpr std::array<std::int32_t, 4> kFrameRates{30, 60, 90, 120};
+    using Rows = EntitlementRows;
 
-    explicit EntitlementTable(InterestRules rules);
+    explicit EntitlementTable(InterestRules rules, Rows rows = {});
     // On the store's current snapshot and the level the VIP record reports now.
-    EntitlementTable(const InterestsInfo& interests, const VipInfo& vip);
+    EntitlementTable(const InterestsInfo& interests, const VipInfo& vip, Rows rows = {});
 
     [[nodiscard]] const InterestRules& rules() const noexcept { return rules_; }
     // Plain text in aligned columns, every line ending with a newline.
@@ -39,6 +45,7 @@ public:
 
 private:
     InterestRules rules_;
+    Rows rows_;
 };
 
 }  // namespace nb::nbctl
