@@ -1,0 +1,75 @@
+#include "nbbase/foundation/Url.h"
+
+#include <curl/curl.h>
+
+#include <memory>
+
+namespace nb {
+
+namespace {
+
+struct UrlHandleDeleter {
+    void operator()(CURLU* handle) const noexcept { curl_url_cleanup(handle); }
+};
+using UrlHandle = std::unique_ptr<CURLU, UrlHandleDeleter>;
+
+// One part of a parsed URL; nullopt when the URL has none.
+std::optional<std::string> part(CURLU* handle, CURLUPart which) {
+    char* text = nullptr;
+    if (curl_url_get(handle, which, &text, 0) != CURLUE_OK || text == nullptr) return std::nullopt;
+    std::string result(text);
+    curl_free(text);
+    return result;
+}
+
+}  // namespace
+
+std::optional<Url> Url::parse(std::string_view text) {
+    // curl_url_set takes a C string: a NUL inside the text would cut it short unnoticed.
+    if (text.find('\0') != std::string_view::npos) return std::nullopt;
+    const UrlHandle handle(curl_url());
+    if (!handle) return std::nullopt;
+    // Any scheme, not only those libcurl can fetch; no blank, no guessed scheme, no added encoding.
+    const std::string input(text);
+    if (curl_url_set(handle.get(), CURLUPART_URL, input.c_str(), CURLU_NON_SUPPORT_SCHEME) != CURLUE_OK) {
+        return std::nullopt;
+    }
+    Url url;
+    url.text_ = part(handle.get(), CURLUPART_URL).value_or(input);
+    url.scheme_ = part(handle.get(), CURLUPART_SCHEME).value_or("");
+    url.host_ = part(handle.get(), CURLUPART_HOST).value_or("");
+    url.path_ = part(handle.get(), CURLUPART_PATH).value_or("");
+    url.query_ = part(handle.get(), CURLUPART_QUERY);
+    if (url.scheme_.empty()) return std::nullopt;
+    return url;
+}
+
+bool Url::isQueryAllowed(unsigned char c) noexcept {
+    if ((c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9')) return true;
+    switch (c) {
+        case '!': case '$': case '&': case '\'': case '(': case ')': case '*': case '+': case ',': case '-':
+        case '.': case '/': case ':': case ';': case '=': case '?': case '@': case '_': case '~':
+            return true;
+        default:
+            return false;
+    }
+}
+
+std::string Url::encodeQuery(std::string_view text) {
+    static constexpr char kHex[] = "0123456789ABCDEF";
+    std::string out;
+    out.reserve(text.size());
+    for (const char ch : text) {
+        const auto c = static_cast<unsigned char>(ch);
+        if (isQueryAllowed(c)) {
+            out.push_back(ch);
+        } else {
+            out.push_back('%');
+            out.push_back(kHex[c >> 4]);
+            out.push_back(kHex[c & 0x0F]);
+        }
+    }
+    return out;
+}
+
+}  // namespace nb
