@@ -16,12 +16,12 @@ void NBGameInfoCache::putValue(Value value, std::string key) {
 
 Value NBGameInfoCache::getValueOfKey(const std::string& key) const {
     std::lock_guard lock(mutex_);
-    return store_[key];
+    return store_.get(key);
 }
 
 Value NBGameInfoCache::allCache() const {
     std::lock_guard lock(mutex_);
-    return store_;
+    return Value(store_);
 }
 
 }  // namespace nb

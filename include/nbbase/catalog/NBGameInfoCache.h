@@ -34,7 +34,9 @@ public:
 
 private:
     mutable std::mutex mutex_;
-    Value store_ = Value(Value::Dictionary());  // guarded by mutex_; always a dictionary
+    // Guarded by mutex_. Never shared: allCache() copies it, because Value's copy-on-write tells a shared
+    // container from an unshared one without ordering the other holder's reads before a change in place.
+    Value::Dictionary store_;
 };
 
 }  // namespace nb
