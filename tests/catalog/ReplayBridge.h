@@ -1,8 +1,6 @@
-// What the catalogue models' tests run against: a real SDK bridge whose instance is a ReplaySdk on the
-// recorded replies, with its settings in a temporary folder and a fixed wired network; a log whose lines
-// the test reads; and helpers to wait for work on other threads without sleeping.
-//
-// The bridge holds an instance from construction; bridge().uninitializeSDK() takes it away.
+// The catalogue models' tests run against a real SDK bridge whose instance is a ReplaySdk on the recorded
+// replies (settings in a temporary folder, a fixed wired network), a log the test reads, and drain(),
+// which waits for a queue's earlier work without sleeping. bridge().uninitializeSDK() takes the SDK away.
 #pragma once
 
 #include <filesystem>
@@ -13,9 +11,6 @@
 
 #include "TempDir.h"
 #include "foundation/DispatchTestSupport.h"
-#include "nbbase/common/NBLog.h"
-#include "nbbase/common/NBNetworkCheck.h"
-#include "nbbase/core/NBConfiguration.h"
 #include "nbbase/core/NimboSdkManager.h"
 #include "nbbase/foundation/DispatchQueue.h"
 #include "nbbase/foundation/UserDefaults.h"
@@ -23,18 +18,10 @@
 
 namespace nbtest {
 
-inline const std::filesystem::path kRecordedReplies =
-    std::filesystem::path(NBBASE_SOURCE_DIR) / "examples" / "replies";
-
 class ReplayBridge {
 public:
-    ReplayBridge() {
-        quiet_.setLogHandler([](std::int32_t, const std::string&) {});
-        bridge_.initializeSDK(nullptr);
-    }
+    ReplayBridge() { bridge_.initializeSDK(nullptr); }
     ~ReplayBridge() { bridge_.uninitializeSDK(); }
-    ReplayBridge(const ReplayBridge&) = delete;
-    ReplayBridge& operator=(const ReplayBridge&) = delete;
 
     nb::NimboSdkManager& bridge() { return bridge_; }
     nb::ReplaySdk& sdk() { return *sdk_; }
@@ -44,12 +31,13 @@ private:
     nb::NBConfiguration config_{
         std::make_shared<nb::UserDefaults>(std::string(nb::NBConfiguration::kSuiteName), dir_.path()), dir_.path()};
     nb::NBNetworkCheck network_{[] { return nb::NBNetworkCheck::kWired; }};
-    nb::NBLog quiet_;  // initializeSDK points it at the SDK
-    std::shared_ptr<nb::ReplaySdk> sdk_ = std::make_shared<nb::ReplaySdk>(kRecordedReplies);
-    nb::NimboSdkManager bridge_{[this] { return sdk_; }, {}, config_, network_, quiet_};
+    nb::NBLog sdkLog_;  // initializeSDK points it at the SDK
+    std::shared_ptr<nb::ReplaySdk> sdk_ =
+        std::make_shared<nb::ReplaySdk>(std::filesystem::path(NBBASE_SOURCE_DIR) / "examples" / "replies");
+    nb::NimboSdkManager bridge_{[this] { return sdk_; }, {}, config_, network_, sdkLog_};
 };
 
-// Every line logged, as "<level> <text>".
+// Every line logged to log(), as "<level> <text>".
 class LogLines {
 public:
     LogLines() {
