@@ -1,6 +1,7 @@
 #include "nbbase/catalog/GameGlobalConfig.h"
 
 #include <algorithm>
+#include <atomic>
 #include <charconv>
 #include <mutex>
 #include <string_view>
@@ -146,6 +147,28 @@ struct GameGlobalConfigTables {
     }
 };
 
+namespace {
+
+// Every snapshot any instance publishes gets a number never used before, so a number identifies one
+// snapshot of one instance for the life of the process.
+std::atomic<std::uint64_t> nextGeneration{1};
+
+// The snapshot this thread last read and its number. Readers use it without any lock or reference count
+// while it is still their instance's current one, which is what keeps a lookup within a few times a plain
+// hash-map lookup. It keeps that snapshot alive until the thread reads another or ends.
+struct ReaderCache {
+    std::uint64_t generation = 0;
+    std::shared_ptr<const GameGlobalConfigTables> tables;
+};
+// On ELF the library is loaded with the program (it is linked, not opened as a plug-in), so its thread
+// storage can be reached at a fixed offset instead of through a call on every lookup.
+#if defined(__ELF__)
+[[gnu::tls_model("initial-exec")]]
+#endif
+thread_local ReaderCache readerCache;
+
+}  // namespace
+
 class GameGlobalConfig::State {
 public:
     using Tables = GameGlobalConfigTables;
@@ -175,6 +198,7 @@ public:
         std::lock_guard lock(mutex_);
         disableHangup_ = reply["disable_hangup"].boolValue();
         tables_ = std::move(tables);
+        generation_.store(nextGeneration.fetch_add(1, std::memory_order_relaxed), std::memory_order_release);
     }
 
     void syncEnableSvip(bool flag) {
@@ -186,9 +210,17 @@ public:
         sdkManager_.enableSvipFeatureVersion(flag ? 1 : 0);
     }
 
-    std::shared_ptr<const Tables> tables() const {
-        std::lock_guard lock(mutex_);
-        return tables_;
+    // The current tables. The reference stays valid until this thread's next call of tables(), on any
+    // instance: use it and drop it within one getter.
+    const Tables& tables() const {
+        ReaderCache& cache = readerCache;
+        if (cache.generation != generation_.load(std::memory_order_acquire)) {
+            std::shared_ptr<const Tables> previous;  // freed after the lock is released
+            std::lock_guard lock(mutex_);
+            previous = std::exchange(cache.tables, tables_);
+            cache.generation = generation_.load(std::memory_order_relaxed);
+        }
+        return *cache.tables;
     }
     bool enableSvip() const {
         std::lock_guard lock(mutex_);
@@ -207,8 +239,11 @@ private:
 
     mutable std::mutex mutex_;
     std::shared_ptr<const Tables> tables_ = std::make_shared<const Tables>();  // guarded by mutex_
-    bool enableSvip_ = false;                                                  // guarded by mutex_
-    bool disableHangup_ = false;                                               // guarded by mutex_
+    // tables_'s number: written under mutex_ with tables_, read without it to see whether a cached
+    // snapshot is still current.
+    std::atomic<std::uint64_t> generation_{nextGeneration.fetch_add(1, std::memory_order_relaxed)};
+    bool enableSvip_ = false;      // guarded by mutex_
+    bool disableHangup_ = false;   // guarded by mutex_
 };
 
 GameGlobalConfig& GameGlobalConfig::sharedInstance() {
@@ -233,16 +268,16 @@ void GameGlobalConfig::syncEnableSvip(bool flag) { state_->syncEnableSvip(flag);
 
 bool GameGlobalConfig::mouseLockByGameId(const std::optional<std::string>& gameId) const {
     if (!gameId || gameId->empty()) return true;
-    const auto tables = state_->tables();
-    const auto found = tables->mouseLock.find(*gameId);
-    return found == tables->mouseLock.end() || found->second;
+    const auto& tables = state_->tables();
+    const auto found = tables.mouseLock.find(*gameId);
+    return found == tables.mouseLock.end() || found->second;
 }
 
 bool GameGlobalConfig::againstMenuTouchByGameId(const std::optional<std::string>& gameId) const {
     if (!gameId || gameId->empty()) return false;
-    const auto tables = state_->tables();
-    const auto found = tables->againstMenuTouch.find(*gameId);
-    return found != tables->againstMenuTouch.end() && found->second;
+    const auto& tables = state_->tables();
+    const auto found = tables.againstMenuTouch.find(*gameId);
+    return found != tables.againstMenuTouch.end() && found->second;
 }
 
 std::int32_t GameGlobalConfig::defaultBitRate(std::int32_t level) {
@@ -262,22 +297,20 @@ Size GameGlobalConfig::defaultResolution(std::int32_t level) {
 }
 
 std::int32_t GameGlobalConfig::getBitRate(const std::optional<std::string>& gameId, std::int32_t frameLevel) const {
-    const auto tables = state_->tables();
-    const Level* level = tables->find(gameId, frameLevel);
+    const Level* level = state_->tables().find(gameId, frameLevel);
     return level ? level->bitRate : defaultBitRate(frameLevel);
 }
 
 Size GameGlobalConfig::getResolution(const std::optional<std::string>& gameId, std::int32_t frameLevel) const {
-    const auto tables = state_->tables();
-    const Level* level = tables->find(gameId, frameLevel);
+    const Level* level = state_->tables().find(gameId, frameLevel);
     return level ? level->resolution : defaultResolution(frameLevel);
 }
 
 std::vector<Value> GameGlobalConfig::getSupportFps(const std::optional<std::string>& gameId) const {
-    const auto tables = state_->tables();
-    auto found = gameId ? tables->fps.find(*gameId) : tables->fps.end();
-    if (found == tables->fps.end()) found = tables->fps.find(kDefaultKey);
-    if (found == tables->fps.end()) return {Value(30), Value(60)};
+    const auto& tables = state_->tables();
+    auto found = gameId ? tables.fps.find(*gameId) : tables.fps.end();
+    if (found == tables.fps.end()) found = tables.fps.find(kDefaultKey);
+    if (found == tables.fps.end()) return {Value(30), Value(60)};
     return found->second;
 }
 

@@ -25,10 +25,12 @@
 // Threads: every function may be called on any thread, a parse racing reads included. A parse builds the
 // new tables apart (resolving every game's bit rates and resolutions per level) and publishes them as one
 // immutable snapshot under a short lock; a reader takes the snapshot it finds, so it sees the whole old or
-// the whole new configuration, never a table being refilled. queryConfig() returns at once: the request,
-// the parse and then the completion run on the background queue given to the constructor (the completion
-// on that queue's thread, never the caller's; hop to the main queue to touch interface state).
-// syncEnableSvip() logs and calls the SDK bridge outside any lock.
+// the whole new configuration, never a table being refilled. Each thread keeps the last snapshot it read
+// and reuses it without locking while it is still current, so lookups cost little more than a hash-map
+// lookup; a thread holds that snapshot alive until it reads another or ends.
+// queryConfig() returns at once: the request, the parse and then the completion run on the background
+// queue given to the constructor (the completion on that queue's thread, never the caller's; hop to the
+// main queue to touch interface state). syncEnableSvip() logs and calls the SDK bridge outside any lock.
 //
 // Failure: nothing throws. A failed request is not logged here; its completion receives -1.
 //
