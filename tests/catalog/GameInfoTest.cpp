@@ -58,8 +58,6 @@ TEST_F(GameInfoTest, RecordedReply) {
                                                 "https://store.korvane-nimbo.com/games/1234"}}));
     EXPECT_TRUE(game_.isPermissionMode() && !game_.gameWithoutPermission() && !game_.isCopyGameMode());
     EXPECT_EQ(game_.gameId(), Value("1234"));
-    EXPECT_EQ(game_.gtEnableGamingType(), 3);
-    EXPECT_EQ(game_.paidTimeLeft(), 7200);
     EXPECT_EQ(game_.playGetBtnTarget(), "nimbo://store/game?game_id=1234");
     EXPECT_EQ(game_.dict(), *Json::decode(recorded));
 }
