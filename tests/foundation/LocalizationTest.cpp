@@ -20,7 +20,7 @@ using nb::Localization;
 
 const char* const kUnknown = "Unknown error occurred";
 const char* const kFormat = "Error Code:%ld-%ld-%ld";
-const char* const kUntranslated = "Obtain game";
+const char* const kUntranslated = "A text no catalogue translates";
 const std::vector<std::string> kEnglish = {kUnknown, kFormat, kUntranslated, ""};
 const std::vector<std::string> kChinese = {"发生未知错误", "错误码:%ld-%ld-%ld", kUntranslated, ""};
 
