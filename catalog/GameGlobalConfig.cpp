@@ -314,6 +314,14 @@ std::vector<Value> GameGlobalConfig::getSupportFps(const std::optional<std::stri
     return found->second;
 }
 
+std::vector<std::int32_t> GameGlobalConfig::qualityLevels(const std::optional<std::string>& gameId) const {
+    std::vector<std::int32_t> levels;
+    if (const Levels* found = state_->tables().levelsFor(gameId)) {
+        for (const Level& level : *found) levels.push_back(level.level);
+    }
+    return levels;
+}
+
 bool GameGlobalConfig::enableSVip() const { return state_->enableSvip(); }
 bool GameGlobalConfig::disableHangup() const { return state_->disableHangup(); }
 

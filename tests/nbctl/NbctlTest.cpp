@@ -126,7 +126,8 @@ TEST_F(NbctlTest, FailuresAreOneLineWithAnExitCode) {
         {"defaults write present k -colour red", 2}, {"defaults write present k", 2}, {"defaults", 2},
         {"defaults frobnicate", 2}, {"nosuchcommand", 2}, {"error", 2}, {"error twelve", 2},
         {"sdk noSuchOperation", 2}, {"sdk getTimeStamp --replies /nonexistent/replies", 1},
-        {"entitlements --interests", 2}, {"entitlements surplus", 2}};
+        {"entitlements --interests", 2}, {"entitlements surplus", 2}, {"catalog --coupons /nonexistent.json", 1},
+        {"catalog --now soon", 2}};
     for (const auto& [args, exitCode] : cases) {
         SCOPED_TRACE(args);
         const Outcome o = nbctl(args);
@@ -179,7 +180,43 @@ TEST_F(NbctlTest, ReferenceHostFinishes) {
     EXPECT_THAT(o.out, HasSubstr("start-up finished"));
     // The table from the store's own fetch on the recording, base interests included.
     EXPECT_THAT(o.out, HasSubstr("== entitlements ==\n"));
-    expectRows(o.out, {{"quality 3", "yes", "yes"}, {"\"1234\"", "1800", "600"}});
+    // The catalogue fetched through the bridge; the table now has the rows this game is configured with.
+    expectRows(o.out, {{"quality 3", "yes", "yes"}, {"quality 4", "no", "svip-quality-4k-month \"SVIP 4K picture, one month\""},
+                       {"\"1234\"", "1800", "600"}, {"4", "60", "3840x2160"}});
+    for (const char* line : {"queryConfig: 0\n", "queryCoupons: 0\n", "reqeustAccelerateRouter: connected true\n",
+                             "Accelerating router: connected\n", "forecast end 1795001200 (2026-11-18 11:26:40 UTC), 1200 s left\n",
+                             "avatar of Lantern: 136 bytes", "prefetched 4 popup images", "with 304 Not Modified\n"}) {
+        EXPECT_THAT(o.out, HasSubstr(line));
+    }
+}
+
+TEST_F(NbctlTest, CatalogOfTheRecordingAndOfHandWrittenReplies) {
+    const Outcome o = nbctl("catalog");
+    ASSERT_EQ(o.exitCode, 0) << o.err;
+    expectRows(o.out, {{"tags", "test game no, limited game yes"}, {"client", "wait for first scene yes, hide VIP queue "
+                       "button yes, skip archive yes"}, {"1", "12", "1920x1080"}, {"2", "20", "1920x1080"},
+                       {"obtain game", "\"Buy on the store\" fires openObtainGameWebPage with "
+                                       "https://store.korvane-nimbo.com/games/1234"}});
+    for (const char* line : {"Frame rates: 30, 60, 90, 120\n", "\"Get more time\" fires openVipPurchasePage\n",
+                             "1200 s left\n", "Coupons: 4 ordinary, 2 SVIP: badge shown\n", "?platform=mac (valid)\n"}) {
+        EXPECT_THAT(o.out, HasSubstr(line));
+    }
+
+    // A game with a broken resolution and its own frame rates, a finished hang-up, a maintenance page
+    // without a host, and a clock before the tag period.
+    const std::string config = file("config.json", R"({"picuture_quality": {"7": {"3": {"bitrate": "15",
+        "resolution": "2560_1440_x"}}}, "fps": {"7": [120, 30]}, "game_list": {"7": {"mouselocked": 0}}})");
+    const std::string hangup = file("hangup.json", R"({"code": 0, "game_status": 3, "onhook_begin_time": 100,
+        "onhook_end_time": 700})");
+    const std::string page = file("page.json", R"({"maintain_page": "file:///maintain.html"})");
+    const Outcome h = nbctl("catalog --game-id 7 --now 150 --config '" + config + "' --hangup '" + hangup +
+                            "' --maintain '" + page + "'");
+    ASSERT_EQ(h.exitCode, 0) << h.err;
+    expectRows(h.out, {{"3", "15", "1920x1080"}});
+    for (const char* line : {"mouse lock no", "Frame rates: 30, 120\n", "Idle play: ended after 600 s\n",
+                             "(not valid)\n", ": not valid now\n", "Tips for game 7: none\n"}) {
+        EXPECT_THAT(h.out, HasSubstr(line));
+    }
 }
 
 TEST_F(NbctlTest, EntitlementsOfTheRecording) {

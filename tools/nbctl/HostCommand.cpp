@@ -6,6 +6,9 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <functional>
+#include <string>
+#include <vector>
 #include <memory>
 #include <optional>
 #include <system_error>
@@ -15,11 +18,25 @@
 #include "ConfigCommand.h"
 #include "EntitlementTable.h"
 #include "EntitlementsCommand.h"
+#include "CatalogReport.h"
+#include "LocalImageServer.h"
+#include "ReportText.h"
 #include "PlistText.h"
 #include "SdkCommand.h"
 #include "nbbase/NBConstants.h"
 #include "nbbase/common/NBLog.h"
 #include "nbbase/common/NBNetworkCheck.h"
+#include "nbbase/catalog/CouponInfo.h"
+#include "nbbase/catalog/ExtraGameInfo.h"
+#include "nbbase/catalog/GameGlobalConfig.h"
+#include "nbbase/catalog/GameInfo.h"
+#include "nbbase/catalog/HangupInfo.h"
+#include "nbbase/catalog/MaintainPageInfo.h"
+#include "nbbase/catalog/NBImageCache.h"
+#include "nbbase/catalog/RouterInfo.h"
+#include "nbbase/catalog/TipsButtonInfo.h"
+#include "nbbase/catalog/UserInfo.h"
+#include "nbbase/common/URLSession.h"
 #include "nbbase/core/NBConfiguration.h"
 #include "nbbase/core/NBEventCenter.h"
 #include "nbbase/core/NimboSdkManager.h"
@@ -27,6 +44,9 @@
 #include "nbbase/entitlements/VipInfo.h"
 #include "nbbase/foundation/ConcurrentQueue.h"
 #include "nbbase/foundation/Folders.h"
+#include "nbbase/foundation/Json.h"
+#include "nbbase/foundation/Localization.h"
+#include "nbbase/foundation/ManualClock.h"
 #include "nbbase/foundation/MainBundle.h"
 #include "nbbase/foundation/SerialQueue.h"
 #include "nbbase/foundation/MainQueue.h"
@@ -112,11 +132,11 @@ bool playSignIn(NBConfiguration& configuration, const std::shared_ptr<NBEventCen
 // Entitlements: the interests store on the host's bridge fetches the interests as a client does after
 // sign-in, and the table shows what the user may use. The VIP reply comes from the client (no SDK request
 // delivers it) and decides the level the trial flags are computed for, so it is parsed first.
-bool playEntitlements(NBConfiguration& configuration, NimboSdkManager& bridge, const std::filesystem::path& replies,
-                      MainQueue& main) {
+std::shared_ptr<InterestsInfo> playEntitlements(NBConfiguration& configuration, NimboSdkManager& bridge,
+                                                const std::filesystem::path& replies, MainQueue& main) {
     section("entitlements");
     const auto vipReply = EntitlementsCommand::readReply(replies / "vipInfo.json", false);
-    if (!vipReply) return false;
+    if (!vipReply) return nullptr;
     // The process-wide VIP record, as a client's reply handler fills it; it outlives any late reply.
     VipInfo& vip = VipInfo::sharedInstance();
     vip.parse(*vipReply);
@@ -132,26 +152,192 @@ bool playEntitlements(NBConfiguration& configuration, NimboSdkManager& bridge, c
     main.runUntil([&] { return result->has_value(); }, std::chrono::seconds(10));
     if (!*result) {
         fmt::print(stderr, "nbctl: the interests did not arrive in 10 seconds\n");
-        return false;
+        return nullptr;
     }
     if (**result != 0) {
         fmt::print(stderr, "nbctl: fetching the interests failed ({})\n", **result);
-        return false;
+        return nullptr;
     }
     const auto levels = interests->stableInterestDict();
     if (!levels || levels->empty()) {
         fmt::print(stderr, "nbctl: the base interests (user-property reply) did not arrive\n");
+        return nullptr;
+    }
+    fmt::print("fetchInterests for games [1234]: result 0, passed to the main queue; base interests of {} levels\n"
+               "(the table follows the game's configuration, below)\n",
+               interests->stableInterestDict()->size());
+    return interests;
+}
+
+// Runs the main queue until `done`, asking often: some of what the host waits for posts nothing there.
+bool waitOnMain(MainQueue& main, const std::function<bool()>& done, std::chrono::seconds timeout) {
+    const auto deadline = std::chrono::steady_clock::now() + timeout;
+    while (!done()) {
+        if (std::chrono::steady_clock::now() > deadline) return false;
+        main.runFor(std::chrono::milliseconds(5));
+    }
+    return true;
+}
+
+// Catalogue: the models fetch the configuration, tips, extra game list, coupons, maintenance page and router
+// state through the bridge, as a client does after sign-in, and the client hands them the game, hang-up
+// and replies it received. The report shows what a client would, and the entitlement table follows the
+// quality levels and frame rates this game is configured with.
+bool playCatalog(NBConfiguration& configuration, NimboSdkManager& bridge, const std::filesystem::path& replies,
+                 const InterestsInfo& interests, MainQueue& main) {
+    section("catalog");
+    const std::string gameId = configuration.gameId().value_or("1234");
+    NBLog& log = NBLog::sharedInstance();
+    // One serial queue for the fetches, so a marker task queued after them says they are done.
+    SerialQueue background("nbctl.catalog");
+    GameGlobalConfig config(bridge, configuration, &MainBundle::main, log, background);
+    TipsButtonInfo tips(bridge, log, background);
+    ExtraGameInfo extra(bridge, background);
+    CouponInfo coupons(bridge, log, background);
+    MaintainPageInfo maintainPage(bridge, background);
+    RouterInfo router(bridge, background);
+
+    // Each answer is printed on the main queue, where a client would take it.
+    auto answers = std::make_shared<int>(0);
+    const auto answered = [&main, answers](std::string line) {
+        main.async([answers, line = std::move(line)] {
+            fmt::print("{}\n", line);
+            ++*answers;
+        });
+    };
+    config.queryConfig([answered](std::int32_t result) { answered(fmt::format("queryConfig: {}", result)); });
+    tips.fetchTipsButtonInfo();
+    tips.fetchGameTips();
+    extra.fetchGameExraInfo();
+    background.async([answered] { answered("fetchTipsButtonInfo, fetchGameTips, fetchGameExraInfo: done"); });
+    coupons.queryCoupons(Value::dictionary({{"user_id", Value(configuration.userId().value_or(""))}}),
+                         [answered](std::int32_t result) { answered(fmt::format("queryCoupons: {}", result)); });
+    maintainPage.fetchConfig(
+        [answered](bool valid) { answered(fmt::format("fetchConfig (maintenance page): valid {}", valid)); });
+    router.reqeustAccelerateRouter(
+        [answered](bool connected) { answered(fmt::format("reqeustAccelerateRouter: connected {}", connected)); });
+    if (!waitOnMain(main, [&] { return *answers == 5; }, std::chrono::seconds(10))) {
+        fmt::print(stderr, "nbctl: the catalogue fetches did not all answer in 10 seconds\n");
         return false;
     }
-    fmt::print("fetchInterests for games [1234]: result 0, passed to the main queue; base interests of {} levels\n\n",
-               interests->stableInterestDict()->size());
-    fmt::print("{}", EntitlementTable(*interests, vip).text());
+
+    // What the client receives itself and hands over. The local clock is set to the SDK's, the recording's
+    // present, so the idle time left reads as it did then.
+    const std::int64_t now = bridge.getTimeStamp();
+    const ManualClock clock = ManualClock::atSecondsSince1970(static_cast<double>(now));
+    GameInfo game(bridge, Localization::sharedInstance(), log);
+    HangupInfo hangup(clock, log);
+    const auto gameReply = EntitlementsCommand::readReply(replies / "gameInfo.json", true);
+    const auto hangupReply = EntitlementsCommand::readReply(replies / "checkGameHangUpStatus.json", false);
+    if (!gameReply || !hangupReply) return false;
+    fmt::print("parse gameInfo.json: {}; parse checkGameHangUpStatus.json: {}; local clock set to {}\n\n",
+               game.parse(*gameReply), hangup.parse(std::string(hangupReply->begin(), hangupReply->end())),
+               ReportText::instant(now));
+
+    fmt::print("{}", CatalogReport({game, config, tips, extra, hangup, coupons, maintainPage, &router}, gameId).text());
+
+    EntitlementRows rows;
+    rows.qualityLevels = config.qualityLevels(gameId);
+    rows.frameRates.clear();
+    for (const Value& fps : config.getSupportFps(gameId)) rows.frameRates.push_back(fps.intValue());
+    fmt::print("\nEntitlements in game {}\n{}", gameId,
+               EntitlementTable(interests, VipInfo::sharedInstance(), std::move(rows)).text());
+    return true;
+}
+
+// Records what it is shown, as a client's image widget would draw it.
+class HostImageView final : public NBImageView {
+public:
+    void setImageData(const Data& bytes) override {
+        sizes.push_back(bytes.size());
+    }
+    std::vector<std::size_t> sizes;  // touched only on the main thread
+};
+
+// Images: the avatar and the popup pictures, from a local server over examples/images that stands in for
+// the image host. The profile reply names the avatar; the popup reply names the pictures to prefetch.
+bool playImages(NimboSdkManager& bridge, const std::filesystem::path& replies, const std::filesystem::path& images,
+                const Folders& folders, MainQueue& main) {
+    section("images");
+    LocalImageServer server(images);
+    if (!server.listening()) {
+        fmt::print(stderr, "nbctl: no port on 127.0.0.1 for the image server\n");
+        return false;
+    }
+    // Declared after the server, so its connections close first and the server stops at once.
+    URLSession::Options options;
+    options.userAgent = [&bridge] { return bridge.getHttpUserAgent(); };
+    URLSession session(options);
+    fmt::print("image server http://127.0.0.1:{} over {}\n", server.port(), images.string());
+
+    const auto profile = EntitlementsCommand::readReply(replies / "userInfo.json", false);
+    const auto popups = EntitlementsCommand::readReply(replies / "requestPopupWindowInfo.json", false);
+    if (!profile || !popups) return false;
+    Value profileReply = Json::decode(*profile).value_or(Value());
+    profileReply.set("figure_url", Value(server.localUrl(profileReply["figure_url"].stringValue())));
+    const std::string profileText = Json::encode(profileReply).value_or("");
+    UserInfo user(session);
+    user.parse(Data(profileText.begin(), profileText.end()));
+    if (!waitOnMain(main, [&] { return user.iconData().has_value(); }, std::chrono::seconds(10))) {
+        fmt::print(stderr, "nbctl: the avatar did not arrive in 10 seconds\n");
+        return false;
+    }
+    fmt::print("avatar of {}: {} bytes from {}\n", user.nickName().value_or("(no nickname)"), user.iconData()->size(),
+               *user.figure());
+
+    std::vector<std::optional<std::string>> urls;
+    const std::function<void(const Value&)> collect = [&](const Value& value) {
+        if (const auto* dictionary = value.asDictionary()) {
+            for (const auto& [key, item] : *dictionary) {
+                if ((key == "img_url" || key == "bg_img_url") && !item.stringValue().empty()) {
+                    urls.push_back(server.localUrl(item.stringValue()));
+                }
+                collect(item);
+            }
+        } else if (const auto* array = value.asArray()) {
+            for (const Value& item : *array) collect(item);
+        }
+    };
+    collect(Json::decode(*popups).value_or(Value()));
+    SerialQueue disk("nbctl.images");
+    NBImageCache cache(session, folders, main, disk);
+    cache.concurentDownloadImage(urls);
+    if (!waitOnMain(main, [&] { return cache.pendingDownloadCount() == 0; }, std::chrono::seconds(10))) {
+        fmt::print(stderr, "nbctl: the popup images did not arrive in 10 seconds\n");
+        return false;
+    }
+    fmt::print("prefetched {} popup images, two at a time:\n", urls.size());
+    for (const auto& url : urls) {
+        const auto bytes = cache.imgByUrl(*url);
+        fmt::print("  {}: {}\n", *url, bytes ? fmt::format("{} bytes", bytes->size()) : "missing");
+        if (bytes) cache.saveImage(*bytes, *url);
+    }
+    auto saved = std::make_shared<std::atomic<bool>>(false);
+    disk.async([saved] { saved->store(true); });
+    if (!waitOnMain(main, [&] { return saved->load(); }, std::chrono::seconds(10))) return false;
+    fmt::print("saved under {}\n", std::filesystem::path(*cache.storePathByUrl(*urls.front())).parent_path().string());
+
+    // A popup shown twice: the second time the cached picture appears at once and the server is only asked
+    // whether it changed.
+    auto view = std::make_shared<HostImageView>();
+    cache.updateImage(*urls.front(), view);
+    if (!waitOnMain(main, [&] { return view->sizes.size() == 2; }, std::chrono::seconds(10))) {
+        fmt::print(stderr, "nbctl: the refreshed popup image did not arrive in 10 seconds\n");
+        return false;
+    }
+    fmt::print("updateImage of a prefetched picture: view set with {} bytes at once, then with {} bytes\n",
+               view->sizes[0], view->sizes[1]);
+    cache.updateImage(*urls.front(), view);
+    if (!waitOnMain(main, [&] { return view->sizes.size() == 4; }, std::chrono::seconds(10))) return false;
+    fmt::print("updateImage again: view set twice more; the server answered {} of {} requests with 304 Not Modified\n",
+               server.notModifiedCount(), server.requestCount());
     return true;
 }
 
 // The SDK bridge: created from the stored identity on ReplaySdk, which answers from recorded replies;
 // the library's log lines now go to the SDK's log.
-bool playSdk(NBConfiguration& configuration, const std::filesystem::path& replies, MainQueue& main) {
+bool playSdk(NBConfiguration& configuration, const std::filesystem::path& replies, const std::filesystem::path& images,
+             const Folders& folders, MainQueue& main) {
     section("sdk");
     std::string error;
     if (!ReplaySdk::validateFolder(replies, &error)) {
@@ -182,7 +368,9 @@ bool playSdk(NBConfiguration& configuration, const std::filesystem::path& replie
         fmt::print("{}: {}\n", operation, text.substr(0, text.find('\n')));
         ok = ok && outcome->answered && !outcome->failed;
     }
-    ok = ok && playEntitlements(configuration, bridge, replies, main);
+    const auto interests = ok ? playEntitlements(configuration, bridge, replies, main) : nullptr;
+    ok = interests && playCatalog(configuration, bridge, replies, *interests, main) &&
+         playImages(bridge, replies, images, folders, main);
     bridge.uninitializeSDK();
     NimboSDKInterface::setClassObject(nullptr);
     NBLog::sharedInstance().setLogHandler(nullptr);
@@ -191,11 +379,13 @@ bool playSdk(NBConfiguration& configuration, const std::filesystem::path& replie
 
 }  // namespace
 
-HostCommand::HostCommand(CLI::App& app, std::filesystem::path defaultReplies) : replies_(std::move(defaultReplies)) {
+HostCommand::HostCommand(CLI::App& app, std::filesystem::path defaultReplies, std::filesystem::path defaultImages)
+    : replies_(std::move(defaultReplies)), images_(std::move(defaultImages)) {
     command_ = app.add_subcommand("host", "Run the reference start-up session");
     command_->add_option("--home", home_, "Home folder to run in (default: a new temporary one)");
     command_->add_flag("--keep", keep_, "Keep the temporary home afterwards");
     command_->add_option("--replies", replies_, "Folder of recorded server replies")->capture_default_str();
+    command_->add_option("--images", images_, "Folder the local image server serves")->capture_default_str();
 }
 
 int HostCommand::run() const {
@@ -225,7 +415,7 @@ int HostCommand::run() const {
         MainQueue& main = MainQueue::sharedInstance();
         const auto events = std::make_shared<NBEventCenter>(main);
         playSettings(configuration);
-        ok = playSignIn(configuration, events, main) && playSdk(configuration, replies_, main);
+        ok = playSignIn(configuration, events, main) && playSdk(configuration, replies_, images_, folders, main);
     }
 
     NBLog::sharedInstance().setLogHandler(nullptr);

@@ -4,6 +4,10 @@
 //
 // It runs in a temporary home of its own, removed at the end unless --keep is given, so it never
 // touches the user's real settings. Everything it prints comes from the library's answers.
+//
+// What it starts: the SDK stand-in (ReplaySdk) on the replies folder, and for the images a local HTTP
+// server (LocalImageServer) on 127.0.0.1, on a port the system picks, over the images folder; recorded
+// image addresses are rewritten to it, so the host never reaches the network.
 #pragma once
 
 #include <filesystem>
@@ -15,8 +19,9 @@ namespace nb::nbctl {
 
 class HostCommand {
 public:
-    // defaultReplies: the recorded server replies the SDK stand-in plays.
-    HostCommand(CLI::App& app, std::filesystem::path defaultReplies);
+    // defaultReplies: the recorded server replies the SDK stand-in plays; defaultImages: the pictures the
+    // local image server serves in place of the image host.
+    HostCommand(CLI::App& app, std::filesystem::path defaultReplies, std::filesystem::path defaultImages);
 
     // Runs on the process's main thread, which becomes the main queue's thread. Answers the exit code.
     int run() const;
@@ -26,6 +31,7 @@ private:
     std::string home_;  // empty: a new temporary home
     bool keep_ = false;
     std::filesystem::path replies_;
+    std::filesystem::path images_;
 };
 
 }  // namespace nb::nbctl

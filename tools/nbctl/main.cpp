@@ -5,6 +5,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include "CatalogCommand.h"
 #include "ConfigCommand.h"
 #include "DefaultsCommand.h"
 #include "EntitlementsCommand.h"
@@ -26,7 +27,8 @@ int main(int argc, char** argv) {
     nb::nbctl::ConfigCommand config(app, preferences);
     nb::nbctl::ErrorCommand error(app);
     nb::nbctl::SdkCommand sdk(app, NBCTL_DEFAULT_REPLIES);
-    nb::nbctl::HostCommand host(app, NBCTL_DEFAULT_REPLIES);
+    nb::nbctl::HostCommand host(app, NBCTL_DEFAULT_REPLIES, NBCTL_DEFAULT_IMAGES);
+    nb::nbctl::CatalogCommand catalog(app, NBCTL_DEFAULT_REPLIES);
     nb::nbctl::EntitlementsCommand entitlements(app, NBCTL_DEFAULT_REPLIES);
 
     try {
@@ -42,5 +44,6 @@ int main(int argc, char** argv) {
     if (error.selected()) return error.run();
     if (sdk.selected()) return sdk.run();
     if (entitlements.selected()) return entitlements.run();
+    if (catalog.selected()) return catalog.run();
     return host.run();
 }

@@ -94,6 +94,10 @@ public:
     static Size defaultResolution(std::int32_t level);
     Size getResolution(const std::optional<std::string>& gameId, std::int32_t frameLevel) const;
     std::vector<Value> getSupportFps(const std::optional<std::string>& gameId) const;
+    // The levels getBitRate and getResolution answer from the configuration rather than their defaults for
+    // this game (its own and the "default" entry's), ascending; empty before any configuration. For
+    // clients that list the picture qualities a game offers.
+    std::vector<std::int32_t> qualityLevels(const std::optional<std::string>& gameId) const;
     bool enableSVip() const;
     bool disableHangup() const;
 
