@@ -1,6 +1,7 @@
 #include "nbbase/foundation/Value.h"
 
 #include <algorithm>
+#include <atomic>
 #include <array>
 #include <charconv>
 #include <cmath>
@@ -415,6 +416,16 @@ std::size_t Value::size() const noexcept {
     return 0;
 }
 
+namespace {
+
+// A count of one read with use_count() is a relaxed load: it says that every other holder has let go,
+// but not that their last reads of the container happened before our writes to it. The holders let go
+// with a release decrement, so an acquire fence after the load orders those reads first. (ThreadSanitizer
+// as GCC builds it does not model fences and may still report the pair.)
+void ownedAlone() noexcept { std::atomic_thread_fence(std::memory_order_acquire); }
+
+}  // namespace
+
 Value::Array& Value::mutableArray() {
     auto* p = std::get_if<std::shared_ptr<Array>>(&storage_);
     if (p == nullptr) {
@@ -422,6 +433,8 @@ Value::Array& Value::mutableArray() {
         p = std::get_if<std::shared_ptr<Array>>(&storage_);
     } else if (p->use_count() > 1) {
         *p = std::make_shared<Array>(**p);
+    } else {
+        ownedAlone();
     }
     return **p;
 }
@@ -433,6 +446,8 @@ Value::Dictionary& Value::mutableDictionary() {
         p = std::get_if<std::shared_ptr<Dictionary>>(&storage_);
     } else if (p->use_count() > 1) {
         *p = std::make_shared<Dictionary>(**p);
+    } else {
+        ownedAlone();
     }
     return **p;
 }
