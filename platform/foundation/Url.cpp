@@ -22,11 +22,24 @@ std::optional<std::string> part(CURLU* handle, CURLUPart which) {
     return result;
 }
 
+// What may stand in a URL text at all: printable ASCII less the characters no URL may hold unencoded.
+// libcurl refuses blanks and control characters but lets non-ASCII bytes and these through.
+bool mayAppear(unsigned char c) noexcept {
+    if (c <= 0x20 || c >= 0x7F) return false;
+    switch (c) {
+        case '"': case '<': case '>': case '\\': case '^': case '`': case '{': case '|': case '}':
+            return false;
+        default:
+            return true;
+    }
+}
+
 }  // namespace
 
 std::optional<Url> Url::parse(std::string_view text) {
-    // curl_url_set takes a C string: a NUL inside the text would cut it short unnoticed.
-    if (text.find('\0') != std::string_view::npos) return std::nullopt;
+    for (const char c : text) {
+        if (!mayAppear(static_cast<unsigned char>(c))) return std::nullopt;
+    }
     const UrlHandle handle(curl_url());
     if (!handle) return std::nullopt;
     // Any scheme, not only those libcurl can fetch; no blank, no guessed scheme, no added encoding.
@@ -41,6 +54,9 @@ std::optional<Url> Url::parse(std::string_view text) {
     url.path_ = part(handle.get(), CURLUPART_PATH).value_or("");
     url.query_ = part(handle.get(), CURLUPART_QUERY);
     if (url.scheme_.empty()) return std::nullopt;
+    // libcurl takes "file:name" as the file "name", and writes it back as "file://name", which it then
+    // refuses: a file needs an absolute path here.
+    if (url.isFile() && (url.path_.empty() || url.path_.front() != '/')) return std::nullopt;
     return url;
 }
 

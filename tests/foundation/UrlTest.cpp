@@ -28,6 +28,9 @@ TEST(UrlTest, StrictParsing) {
         {"", false, "", "", ""},
         {"https://exa mple.com/", false, "", "", ""},
         {std::string("https://example.com/\0x", 21), false, "", "", ""},
+        {"https://example.com/caf\xc3\xa9.png", false, "", "", ""},
+        {"https://example.com/{id}.png", false, "", "", ""},
+        {"file:relative/name.png", false, "", "", ""},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.text);

@@ -1,8 +1,10 @@
 // nb::Url: the one place the library turns text into an address, and percent-encodes text for a URL.
 //
 // Parsing is strict, with libcurl's URL parser: the text must carry a scheme ("https:", "file:", any
-// other scheme too), and a text with a blank or a control character in it, an unbalanced "[" in the host,
-// a bad port or anything else the parser refuses answers nullopt. Nothing is percent-encoded or guessed
+// other scheme too), and a text with a byte no URL may hold unencoded (a blank, a control character, a
+// non-ASCII byte, or one of " < > \ ^ ` { | }), an unbalanced "[" in the host, a bad port, a file: URL
+// without an absolute path, or anything else the parser refuses answers nullopt. What parses writes back
+// (text()) to a text that parses again to the same parts. Nothing is percent-encoded or guessed
 // on the way: a caller that has a text which may hold such characters encodes it first (encodeQuery), as
 // the display downloads do, or lets it fail, as the prefetches do.
 //
