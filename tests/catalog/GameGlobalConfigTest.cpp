@@ -18,6 +18,7 @@ class GameGlobalConfigTest : public testing::Test {
 protected:
     void SetUp() override { replay_.configuration().setUserId("10086"); }
     // Runs queryConfig and waits for its completion: the code it got and whether it ran on the model's queue.
+    // Reads while the reply is parsed, for ThreadSanitizer.
     std::pair<std::int32_t, bool> query() {
         test::EventLog done;
         std::atomic<bool> onQueue{false};
@@ -25,6 +26,7 @@ protected:
             onQueue = replay_.background().isCurrent();
             done.add(code);
         });
+        (void)(model_.enableSVip() && model_.getBitRate("1234", 1));
         EXPECT_TRUE(done.waitForSize(1));
         return {done.events().at(0), onQueue};
     }

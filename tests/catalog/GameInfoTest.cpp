@@ -37,6 +37,7 @@ TEST_F(GameInfoTest, RecordedReply) {
     EXPECT_TRUE(game_.waitFirstScene() && game_.isNeedHideVipQueueBtn() && game_.isSupportSkipArchive());
     EXPECT_EQ(game_.obtainGameEvents(),
               (Texts{{"Buy on the store", "openObtainGameWebPage", "https://store.korvane-nimbo.com/games/1234"}}));
+    EXPECT_EQ(game_.playGetBtnTarget(), "nimbo://store/game?game_id=1234");
     EXPECT_EQ(game_.dict(), *Json::decode(recorded));
 }
 
@@ -128,9 +129,9 @@ TEST(GameInfoNumeric, ReadsOneDecimalNumberAndWhiteSpace) {
 }
 
 TEST_F(GameInfoTest, ReadersSeeOneReplyOrTheOther) {
-    const auto element = [](const char* owned, const char* text) {
-        return reply(std::string(owned) + extFields(Value::dictionary({{"obtain_game_title", text},
-                                                                        {"obtain_game_url", text}})) + "}");
+    const auto element = [](const char* fields, const char* text) {
+        return reply(std::string(fields) + extFields(Value::dictionary({{"obtain_game_title", text},
+                                                                         {"obtain_game_url", text}})) + "}");
     };
     const Data owned = element(R"({"subscribe_mode": 2, "my_game_info": {"is_my_game": true},
         "permission_type": 1, "permission_value": 1, )", "a");
