@@ -2,12 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include <atomic>
-#include <thread>
-
 #include "ReplayBridge.h"
-#include "nbbase/foundation/Json.h"
-#include "nbbase/foundation/SerialQueue.h"
 
 namespace nb {
 namespace {
@@ -18,19 +13,17 @@ class ExtraGameInfoTest : public testing::Test {
 protected:
     void fetch() {
         info_.fetchGameExraInfo();
-        ASSERT_TRUE(nbtest::drain(background_));
+        ASSERT_TRUE(replay_.drain());
     }
 
     nbtest::ReplayBridge replay_;
-    SerialQueue background_{"nbtest.extra"};
-    ExtraGameInfo info_{replay_.bridge(), background_};
+    ExtraGameInfo info_{replay_.bridge(), replay_.background()};
 };
 
 TEST_F(ExtraGameInfoTest, RecordedReplyAndFailedFetch) {
     EXPECT_EQ(info_.getClickEventByGameId("1234"), std::nullopt);
     fetch();
     EXPECT_EQ(info_.getClickEventByGameId("1234"), (ClickEvent{"Get more time", "openVipPurchasePage"}));
-    EXPECT_EQ(info_.getClickEventByGameId("5678"), (ClickEvent{"Earn time with tasks", "openTaskCenter"}));
     EXPECT_EQ(info_.getClickEventByGameId(std::nullopt), std::nullopt);
 
     replay_.sdk().setFailure("getGameListExtraInfo", 1, 2, 3);  // a failed fetch clears the list
@@ -39,11 +32,7 @@ TEST_F(ExtraGameInfoTest, RecordedReplyAndFailedFetch) {
 }
 
 TEST_F(ExtraGameInfoTest, WhichElementAnswers) {
-    struct Case {
-        const char* list;
-        std::optional<ClickEvent> answer;
-    };
-    const Case cases[] = {
+    const std::pair<const char*, std::optional<ClickEvent>> cases[] = {
         {R"([{"id": 1001, "time_end_exit_btn_title": "t", "time_end_exit_btn_click_event": "e"}])", std::nullopt},
         {R"([{"id": "1001", "time_end_exit_btn_title": "t"},
              {"id": "1001", "time_end_exit_btn_title": "u", "time_end_exit_btn_click_event": "f"}])",
@@ -57,31 +46,27 @@ TEST_F(ExtraGameInfoTest, WhichElementAnswers) {
          std::nullopt},
         {R"({"id": "1001", "time_end_exit_btn_title": "t", "time_end_exit_btn_click_event": "e"})", std::nullopt},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.list);
-        info_.setExtra(Value::dictionary({{"game_extra_list", *Json::decode(std::string_view(c.list))}}));
-        EXPECT_EQ(info_.getClickEventByGameId("1001"), c.answer);
+    for (const auto& [list, answer] : cases) {
+        info_.setExtra(Value::dictionary({{"game_extra_list", nbtest::json(list)}}));
+        EXPECT_EQ(info_.getClickEventByGameId("1001"), answer) << list;
     }
 }
 
 TEST_F(ExtraGameInfoTest, LooksUpWhileFetching) {
-    const Value other = *Json::decode(std::string_view(R"({"game_extra_list": [{"id": "1234",
-        "time_end_exit_btn_title": "Other", "time_end_exit_btn_click_event": "other"}]})"));
+    const Value other = nbtest::json(R"({"game_extra_list": [{"id": "1234",
+        "time_end_exit_btn_title": "Other", "time_end_exit_btn_click_event": "other"}]})");
     fetch();
-    std::atomic<bool> done{false};
-    std::thread reader([&] {
-        while (!done) {
-            const auto answer = info_.getClickEventByGameId("1234");
-            EXPECT_TRUE(answer && (answer->title == "Get more time" || answer->title == "Other"));
+    const auto write = [&] {
+        for (int i = 0; i < 200; ++i) {
+            i % 2 ? replay_.sdk().setReply("getGameListExtraInfo", other) : replay_.sdk().reset("getGameListExtraInfo");
+            fetch();
         }
-    });
-    for (int i = 0; i < 200; ++i) {
-        i % 2 ? replay_.sdk().setReply("getGameListExtraInfo", other) : replay_.sdk().reset("getGameListExtraInfo");
-        info_.fetchGameExraInfo();
-    }
-    EXPECT_TRUE(nbtest::drain(background_));
-    done = true;
-    reader.join();
+    };
+    const auto whole = [&] {
+        const auto answer = info_.getClickEventByGameId("1234");
+        return answer == ClickEvent{"Get more time", "openVipPurchasePage"} || answer == ClickEvent{"Other", "other"};
+    };
+    EXPECT_EQ(nbtest::tornReads(write, whole), 0);
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <fstream>
 #include <iterator>
 #include <mutex>
@@ -9,9 +10,7 @@
 #include <vector>
 
 #include "HttpTestServer.h"
-#include "TempDir.h"
-#include "foundation/DispatchTestSupport.h"
-#include "nbbase/foundation/ConcurrentQueue.h"
+#include "ReplayBridge.h"
 #include "nbbase/foundation/MainQueue.h"
 #include "nbbase/foundation/SerialQueue.h"
 
@@ -22,42 +21,36 @@ using namespace std::chrono_literals;
 using nbtest::HttpTestServer;
 using Resource = HttpTestServer::Resource;
 using Mode = HttpTestServer::Mode;
+using nbtest::bytes;
 
-Data bytes(const std::string& text) { return Data(text.begin(), text.end()); }
+Folders foldersIn(const std::filesystem::path& home) {
+    Folders::Environment environment;
+    environment.home = home.string();
+    return Folders(environment);
+}
 
-// Records what it is shown and on which thread.
+// Records what it is shown; a picture set off the main thread is recorded as "(off main)".
 class RecordingView final : public NBImageView {
 public:
     explicit RecordingView(const MainQueue& main) : main_(main) {}
     void setImageData(const Data& data) override {
         std::lock_guard lock(mutex_);
-        shown_.push_back(std::string(data.begin(), data.end()));
-        onMain_ = onMain_ && main_.isMainThread();
+        shown_.push_back(main_.isMainThread() ? std::string(data.begin(), data.end()) : "(off main)");
     }
     std::vector<std::string> shown() const {
         std::lock_guard lock(mutex_);
         return shown_;
     }
-    bool onMain() const {
-        std::lock_guard lock(mutex_);
-        return onMain_;
-    }
 
 private:
     const MainQueue& main_;
     mutable std::mutex mutex_;
-    std::vector<std::string> shown_;
-    bool onMain_ = true;
+    std::vector<std::string> shown_;  // guarded by mutex_
 };
 
 class NBImageCacheTest : public ::testing::Test {
 protected:
-    NBImageCacheTest() {
-        Folders::Environment environment;
-        environment.home = home_.path().string();
-        folders_ = std::make_unique<Folders>(environment);
-        std::filesystem::create_directories(folders_->documentsFolder());
-    }
+    NBImageCacheTest() { std::filesystem::create_directories(folders_.documentsFolder()); }
 
     // Runs the main queue until `done`; what is awaited may not post to the main queue, so it is asked often.
     bool waitFor(const std::function<bool()>& done) {
@@ -74,10 +67,15 @@ protected:
     bool waitForPrefetches(const NBImageCache& cache) {
         return waitFor([&] { return cache.pendingDownloadCount() == 0; });
     }
+    // The cached bytes as text, "(none)" when nothing is cached under `url`.
+    static std::string cached(const NBImageCache& cache, const std::string& url) {
+        const auto data = cache.imgByUrl(url);
+        return data ? std::string(data->begin(), data->end()) : "(none)";
+    }
 
     HttpTestServer server_;
     nbtest::TempDir home_;
-    std::unique_ptr<Folders> folders_;
+    const Folders folders_ = foldersIn(home_.path());
     MainQueue main_;
     URLSession session_{URLSession::Options{1000ms, 300ms, 3, 64 * 1024, {}}};
     SerialQueue disk_{"test.image-disk"};
@@ -86,26 +84,24 @@ protected:
 TEST_F(NBImageCacheTest, DisplayDownloadsEncodeTheUrlAndPrefetchesDoNot) {
     server_.serve("/a b.png", "spaced");  // the server decodes the request path
     server_.serve("/plain.png", "plain");
-    NBImageCache cache(session_, *folders_, main_, disk_);
+    NBImageCache cache(session_, folders_, main_, disk_);
     const std::string spaced = server_.url("/a b.png");
     auto view = std::make_shared<RecordingView>(main_);
 
     cache.downloadImage(spaced, view);
     ASSERT_TRUE(waitForShown(*view, 1));
     EXPECT_EQ(view->shown(), std::vector<std::string>{"spaced"});
-    EXPECT_TRUE(view->onMain());
-    ASSERT_TRUE(cache.imgByUrl(spaced));  // stored under the text as given, not the encoded one
-    EXPECT_EQ(*cache.imgByUrl(spaced), bytes("spaced"));
-    EXPECT_FALSE(cache.imgByUrl(server_.url("/a%20b.png")));
+    EXPECT_EQ(cached(cache, spaced), "spaced");  // under the text as given, not the encoded one
+    EXPECT_EQ(cached(cache, server_.url("/a%20b.png")), "(none)");
 
-    NBImageCache prefetching(session_, *folders_, main_, disk_);
+    NBImageCache prefetching(session_, folders_, main_, disk_);
     prefetching.concurentDownloadImage({spaced, server_.url("/plain.png"), std::nullopt, server_.url("/never.png")});
     ASSERT_TRUE(waitForPrefetches(prefetching));
-    EXPECT_FALSE(prefetching.imgByUrl(spaced));
-    ASSERT_TRUE(prefetching.imgByUrl(server_.url("/plain.png")));
-    EXPECT_EQ(server_.requestCount("/a b.png"), 1);  // only the display download reached the server
+    EXPECT_EQ(cached(prefetching, spaced), "(none)");
+    EXPECT_EQ(cached(prefetching, server_.url("/plain.png")), "plain");
+    EXPECT_EQ(server_.requestCount("/a b.png"), 1);    // only the display download reached the server
     EXPECT_EQ(server_.requestCount("/never.png"), 0);  // the list ends at the first nil
-    EXPECT_FALSE(prefetching.imgByUrl(""));
+    EXPECT_EQ(cached(prefetching, ""), "(none)");
 }
 
 TEST_F(NBImageCacheTest, AtMostTwoPrefetchesRunAtOnce) {
@@ -116,20 +112,20 @@ TEST_F(NBImageCacheTest, AtMostTwoPrefetchesRunAtOnce) {
         urls.push_back(server_.url(path));
     }
     server_.closeGate();
-    NBImageCache cache(session_, *folders_, main_, disk_);
+    NBImageCache cache(session_, folders_, main_, disk_);
     cache.concurentDownloadImage(urls);
     ASSERT_TRUE(server_.waitForInFlight(2));
     EXPECT_EQ(cache.pendingDownloadCount(), 5u);
     server_.openGate();
     ASSERT_TRUE(waitForPrefetches(cache));
     EXPECT_EQ(server_.maxInFlight(), 2);
-    for (int i = 0; i < 5; ++i) EXPECT_EQ(*cache.imgByUrl(*urls[i]), bytes("image " + std::to_string(i)));
+    for (int i = 0; i < 5; ++i) EXPECT_EQ(cached(cache, *urls[i]), "image " + std::to_string(i));
 }
 
 TEST_F(NBImageCacheTest, RefreshShowsTheCachedPictureThenAsksConditionally) {
     server_.serve("/logo.png", Resource("v1", "\"e1\""));
     server_.serve("/dated.png", Resource("d1", {}, "Wed, 18 Nov 2026 11:00:00 GMT"));
-    NBImageCache cache(session_, *folders_, main_, disk_);
+    NBImageCache cache(session_, folders_, main_, disk_);
     for (const char* path : {"/logo.png", "/dated.png"}) {
         SCOPED_TRACE(path);
         const std::string url = server_.url(path);
@@ -152,7 +148,7 @@ TEST_F(NBImageCacheTest, RefreshShowsTheCachedPictureThenAsksConditionally) {
     cache.updateImage(server_.url("/logo.png"), view);
     ASSERT_TRUE(waitForShown(*view, 2));
     EXPECT_EQ(view->shown(), (std::vector<std::string>{"v1", "v2"}));
-    EXPECT_EQ(*cache.imgByUrl(server_.url("/logo.png")), bytes("v2"));
+    EXPECT_EQ(cached(cache, server_.url("/logo.png")), "v2");
 }
 
 TEST_F(NBImageCacheTest, AFailedDownloadLeavesEverythingAsItWas) {
@@ -166,7 +162,7 @@ TEST_F(NBImageCacheTest, AFailedDownloadLeavesEverythingAsItWas) {
         {"/big.png", Resource(big)},
         {"/endless.png", Resource("", {}, {}, Mode::Endless)},
     };
-    NBImageCache cache(session_, *folders_, main_, disk_);
+    NBImageCache cache(session_, folders_, main_, disk_);
     auto view = std::make_shared<RecordingView>(main_);
     for (const auto& [path, resource] : failures) {
         server_.serve(path, resource);
@@ -184,36 +180,31 @@ TEST_F(NBImageCacheTest, AFailedDownloadLeavesEverythingAsItWas) {
     for (const auto& [path, resource] : failures) {
         SCOPED_TRACE(path);
         EXPECT_GE(server_.requestCount(path), 2);
-        EXPECT_EQ(*cache.imgByUrl(server_.url(path)), bytes("old"));
+        EXPECT_EQ(cached(cache, server_.url(path)), "old");
     }
 }
 
 TEST_F(NBImageCacheTest, FilesAreNamedByTheUrlHashAndWrittenWhole) {
-    NBImageCache cache(session_, *folders_, main_, disk_);
-    const std::string folder = folders_->documentsFolder() + "/Games/PopupWindowImage";
+    NBImageCache cache(session_, folders_, main_, disk_);
+    const std::string folder = folders_.documentsFolder() + "/Games/PopupWindowImage";
     EXPECT_EQ(cache.storePathByUrl(""), std::nullopt);
-    EXPECT_FALSE(std::filesystem::exists(folders_->documentsFolder() + "/Games"));
+    EXPECT_FALSE(std::filesystem::exists(folders_.documentsFolder() + "/Games"));
 
     const std::string url = "https://img.example.com/popup/1.png";
-    EXPECT_EQ(NBImageCache::urlHash(url), NBImageCache::urlHash(std::string(url)));
-    EXPECT_NE(NBImageCache::urlHash(url), NBImageCache::urlHash(url + "?"));
-    EXPECT_EQ(NBImageCache::urlHash(""), 14695981039346656037ull);  // FNV-1a's offset basis
+    EXPECT_EQ(NBImageCache::urlHash(""), 14695981039346656037ull);  // FNV-1a: the same in every run
     EXPECT_EQ(cache.storePathByUrl(url), folder + "/" + std::to_string(NBImageCache::urlHash(url)));
+    EXPECT_NE(cache.storePathByUrl(url), cache.storePathByUrl(url + "?"));
     EXPECT_TRUE(std::filesystem::is_directory(folder));
 
     cache.saveImage(bytes("picture"), url);
     cache.saveImage(bytes("picture, second"), url);
-    test::EventLog done;
-    disk_.async([&done] { done.add(1); });
-    ASSERT_TRUE(done.waitForSize(1));
+    ASSERT_TRUE(nbtest::drain(disk_));
     std::ifstream in(*cache.storePathByUrl(url), std::ios::binary);
     EXPECT_EQ(std::string(std::istreambuf_iterator<char>(in), {}), "picture, second");
     EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder), {}), 1);  // no temporary left
 
-    // Without a documents folder nothing is made, and the write fails quietly.
-    Folders::Environment elsewhere;
-    elsewhere.home = (home_.path() / "nobody").string();
-    const Folders missing(elsewhere);
+    // Without a documents folder the path is still answered, and no folder is made on the way.
+    const Folders missing = foldersIn(home_.path() / "nobody");
     NBImageCache homeless(session_, missing, main_, disk_);
     ASSERT_TRUE(homeless.storePathByUrl(url));
     EXPECT_FALSE(std::filesystem::exists(missing.documentsFolder()));
@@ -224,7 +215,7 @@ TEST_F(NBImageCacheTest, ADestroyedCacheIgnoresDownloadsStillInFlight) {
     server_.closeGate();
     auto view = std::make_shared<RecordingView>(main_);
     {
-        NBImageCache cache(session_, *folders_, main_, disk_);
+        NBImageCache cache(session_, folders_, main_, disk_);
         cache.downloadImage(server_.url("/late.png"), view);
         cache.concurentDownloadImage({server_.url("/late.png"), server_.url("/late.png"), server_.url("/late.png")});
         ASSERT_TRUE(server_.waitForInFlight(3));  // one display download and two prefetches

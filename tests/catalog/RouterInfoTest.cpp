@@ -3,15 +3,13 @@
 #include <gtest/gtest.h>
 
 #include "ReplayBridge.h"
-#include "nbbase/foundation/SerialQueue.h"
 
 namespace nb {
 namespace {
 
 TEST(RouterInfoTest, EachCheckStoresTheSdksAnswer) {
     nbtest::ReplayBridge replay;
-    SerialQueue background("nbtest.router");
-    RouterInfo router(replay.bridge(), background);
+    RouterInfo router(replay.bridge(), replay.background());
     const auto request = [&] {
         test::EventLog answers;
         router.reqeustAccelerateRouter([&answers](bool connected) { answers.add(connected); });
@@ -21,7 +19,7 @@ TEST(RouterInfoTest, EachCheckStoresTheSdksAnswer) {
 
     EXPECT_FALSE(router.isConnectAccelerateRouter());
     router.checkAccelerateRouter();
-    ASSERT_TRUE(nbtest::drain(background));
+    ASSERT_TRUE(replay.drain());
     EXPECT_TRUE(router.isConnectAccelerateRouter());  // the recording says true
 
     replay.sdk().setFailure("connectAccelerateRouter", 1, 2, 3);
@@ -29,7 +27,7 @@ TEST(RouterInfoTest, EachCheckStoresTheSdksAnswer) {
     EXPECT_FALSE(router.isConnectAccelerateRouter());
     replay.sdk().setReply("connectAccelerateRouter", true);
     router.reqeustAccelerateRouter({});  // an empty callback is not called
-    ASSERT_TRUE(nbtest::drain(background));
+    ASSERT_TRUE(replay.drain());
     EXPECT_TRUE(router.isConnectAccelerateRouter());
 
     replay.bridge().uninitializeSDK();
