@@ -39,6 +39,17 @@ TEST_F(CouponInfoTest, RecordedReplyAndFailures) {
     EXPECT_EQ(query(), 1);
     EXPECT_EQ(coupons_.couponCount(), 4);
     EXPECT_EQ(replay_.logged(), std::vector<std::string>{"4 failed to querycoupons,code=42"});
+
+    // A success without bytes never answers. The SDK answers in order, so a marker query sent after the
+    // model's is answered after it, with the same empty success.
+    replay_.sdk().setReply("queryCoupons", Value());
+    EventLog silent, marker;
+    coupons_.queryCoupons(Value(), [&silent](std::int32_t result) { silent.add(result); });
+    ASSERT_TRUE(replay_.drain());
+    replay_.sdk().queryCoupons(Value(), [&marker](const Value& reply) { marker.add(reply.isAbsent()); }, {});
+    ASSERT_TRUE(marker.waitForSize(1));
+    EXPECT_EQ(marker.events(), std::vector<int>{1});
+    EXPECT_EQ(silent.size(), 0u);
 }
 
 TEST_F(CouponInfoTest, CountingRule) {

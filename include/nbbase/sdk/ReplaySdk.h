@@ -27,7 +27,8 @@
 //
 // Programmed answers (setReply, setFailure, setLatency) take precedence over the folder for their
 // operation; a programmed reply is delivered in the operation's form as a file would be (a string reply
-// given to a JSON-text operation is taken as the JSON text; other values are encoded). An empty folder
+// given to a JSON-text operation is taken as the JSON text; other values are encoded). An absent reply is
+// a success that carries nothing, as when the SDK had no reply bytes. An empty folder
 // path makes a ReplaySdk that answers only what it is programmed with.
 //
 // Threads: every function may be called on any thread. Blocking operations read the folder and sleep
