@@ -4,7 +4,8 @@
 // other scheme too), and a text with a byte no URL may hold unencoded (a blank, a control character, a
 // non-ASCII byte, or one of " < > \ ^ ` { | }), an unbalanced "[" in the host, a bad port, a file: URL
 // without an absolute path, or anything else the parser refuses answers nullopt. What parses writes back
-// (text()) to a text that parses again to the same parts. Nothing is percent-encoded or guessed
+// (text()) to a text that parses again to the same parts, except that an empty query ("?" alone) is not
+// written back. Nothing is percent-encoded or guessed
 // on the way: a caller that has a text which may hold such characters encodes it first (encodeQuery), as
 // the display downloads do, or lets it fail, as the prefetches do.
 //
