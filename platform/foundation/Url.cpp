@@ -40,6 +40,20 @@ std::optional<Url> Url::parse(std::string_view text) {
     for (const char c : text) {
         if (!mayAppear(static_cast<unsigned char>(c))) return std::nullopt;
     }
+    auto url = parseOnce(text);
+    if (!url || url->text_ == text) return url;
+    // libcurl writes some texts it accepts back as texts it refuses or reads otherwise ("file:name" becomes
+    // "file://name", a host named "name"; "file:#x" becomes "file://(nil)#x"). Such a text is refused, so
+    // text() can always be parsed again.
+    const auto again = parseOnce(url->text_);
+    if (!again || again->scheme_ != url->scheme_ || again->host_ != url->host_ || again->path_ != url->path_ ||
+        again->query_.value_or("") != url->query_.value_or("")) {
+        return std::nullopt;
+    }
+    return url;
+}
+
+std::optional<Url> Url::parseOnce(std::string_view text) {
     const UrlHandle handle(curl_url());
     if (!handle) return std::nullopt;
     // Any scheme, not only those libcurl can fetch; no blank, no guessed scheme, no added encoding.
@@ -54,9 +68,6 @@ std::optional<Url> Url::parse(std::string_view text) {
     url.path_ = part(handle.get(), CURLUPART_PATH).value_or("");
     url.query_ = part(handle.get(), CURLUPART_QUERY);
     if (url.scheme_.empty()) return std::nullopt;
-    // libcurl takes "file:name" as the file "name", and writes it back as "file://name", which it then
-    // refuses: a file needs an absolute path here.
-    if (url.isFile() && (url.path_.empty() || url.path_.front() != '/')) return std::nullopt;
     return url;
 }
 

@@ -420,9 +420,16 @@ namespace {
 
 // A count of one read with use_count() is a relaxed load: it says that every other holder has let go,
 // but not that their last reads of the container happened before our writes to it. The holders let go
-// with a release decrement, so an acquire fence after the load orders those reads first. (ThreadSanitizer
-// as GCC builds it does not model fences and may still report the pair.)
+// with a release decrement, so an acquire fence after the load orders those reads first.
+// ThreadSanitizer does not model fences (and GCC refuses them under it); its builds copy a container
+// before every change instead, which is always safe and only slower.
+#if defined(__SANITIZE_THREAD__)
+constexpr bool kCopyEveryChange = true;
+void ownedAlone() noexcept {}
+#else
+constexpr bool kCopyEveryChange = false;
 void ownedAlone() noexcept { std::atomic_thread_fence(std::memory_order_acquire); }
+#endif
 
 }  // namespace
 
@@ -431,7 +438,7 @@ Value::Array& Value::mutableArray() {
     if (p == nullptr) {
         storage_ = std::make_shared<Array>();
         p = std::get_if<std::shared_ptr<Array>>(&storage_);
-    } else if (p->use_count() > 1) {
+    } else if (kCopyEveryChange || p->use_count() > 1) {
         *p = std::make_shared<Array>(**p);
     } else {
         ownedAlone();
@@ -444,7 +451,7 @@ Value::Dictionary& Value::mutableDictionary() {
     if (p == nullptr) {
         storage_ = std::make_shared<Dictionary>();
         p = std::get_if<std::shared_ptr<Dictionary>>(&storage_);
-    } else if (p->use_count() > 1) {
+    } else if (kCopyEveryChange || p->use_count() > 1) {
         *p = std::make_shared<Dictionary>(**p);
     } else {
         ownedAlone();

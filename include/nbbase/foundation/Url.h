@@ -1,13 +1,14 @@
 // nb::Url: the one place the library turns text into an address, and percent-encodes text for a URL.
 //
 // Parsing is strict, with libcurl's URL parser: the text must carry a scheme ("https:", "file:", any
-// other scheme too), and a text with a byte no URL may hold unencoded (a blank, a control character, a
-// non-ASCII byte, or one of " < > \ ^ ` { | }), an unbalanced "[" in the host, a bad port, a file: URL
-// without an absolute path, or anything else the parser refuses answers nullopt. What parses writes back
-// (text()) to a text that parses again to the same parts, except that an empty query ("?" alone) is not
-// written back. Nothing is percent-encoded or guessed
-// on the way: a caller that has a text which may hold such characters encodes it first (encodeQuery), as
-// the display downloads do, or lets it fail, as the prefetches do.
+// other scheme too). nullopt answers a text with a byte no URL may hold unencoded (a blank, a control
+// character, a non-ASCII byte, or one of " < > \ ^ ` { | }), an unbalanced "[" in the host, a bad port,
+// anything else the parser refuses, and a text whose written-back form (text()) would not parse again to
+// the same parts (libcurl reads "file:name" as the file "name" but writes "file://name", a host). So
+// text() always parses again to the same parts; only an empty query ("?" alone) is not written back.
+// Nothing is percent-encoded or guessed on the way: a caller that has a text which may hold such
+// characters encodes it first (encodeQuery), as the display downloads do, or lets it fail, as the
+// prefetches do.
 //
 // encodeQuery keeps the characters a URL's query may hold unencoded (ASCII letters and digits and
 // !$&'()*+,-./:;=?@_~) and writes every other byte as %XX with upper-case hex digits. "%" itself is not
@@ -42,6 +43,8 @@ public:
 
 private:
     Url() = default;
+    // libcurl's reading alone, without the write-back check.
+    static std::optional<Url> parseOnce(std::string_view text);
 
     std::string text_;
     std::string scheme_;
