@@ -470,6 +470,8 @@ struct URLSession::Engine {
         }
         Response response =
             finished.empty() ? failure("the URL session was destroyed") : std::move(finished.front()->response);
+        // The easy handle goes before the lane is handed on: its cleanup touches the lane's share handle.
+        finished.clear();
         returnLane(std::move(lane));  // the session may be gone from here on
         return response;
     }
