@@ -1,11 +1,12 @@
 // The image cache: lookups from four threads while two threads store, beside a mutex-guarded
 // unordered_map doing the same; and 200 prefetches of 100 KB from a local HTTP server, beside libcurl's own
 // multi interface fetching the same URLs two at a time over kept-alive connections (target: at most 1.2
-// times its time).
+// times its time), and the same reads made on the URL session from two threads.
 #include <benchmark/benchmark.h>
 #include <curl/curl.h>
 #include <httplib.h>
 
+#include <atomic>
 #include <chrono>
 #include <memory>
 #include <mutex>
@@ -143,7 +144,10 @@ void BM_Prefetch200(benchmark::State& state) {
     nb::NBImageCache cache(session, nb::Folders::sharedInstance(), main);
     for (auto _ : state) {
         cache.concurentDownloadImage(list);
-        while (cache.pendingDownloadCount() > 0) std::this_thread::sleep_for(std::chrono::microseconds(200));
+        if (!cache.waitForPrefetches(std::chrono::minutes(1))) {
+            state.SkipWithError("the prefetches did not end");
+            break;
+        }
     }
     if (!cache.imgByUrl(urls.back()) || cache.imgByUrl(urls.back())->size() != kImageBytes) {
         state.SkipWithError("the prefetches did not arrive");
@@ -151,6 +155,29 @@ void BM_Prefetch200(benchmark::State& state) {
     state.SetBytesProcessed(state.iterations() * kPrefetches * static_cast<std::int64_t>(kImageBytes));
 }
 BENCHMARK(BM_Prefetch200)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+// The same reads made straight on the session from two threads, without the cache and its queue: what the
+// session itself costs of BM_Prefetch200.
+void BM_ContentsOfTwoThreads(benchmark::State& state) {
+    const auto urls = server().urls();
+    nb::URLSession session;
+    std::atomic<bool> failed{false};
+    for (auto _ : state) {
+        std::atomic<std::size_t> next{0};
+        auto lane = [&] {
+            for (std::size_t i = next++; i < urls.size(); i = next++) {
+                const auto reply = session.contentsOf({urls[i], {}});
+                if (reply.body.size() != kImageBytes) failed = true;
+            }
+        };
+        std::thread other(lane);
+        lane();
+        other.join();
+    }
+    if (failed) state.SkipWithError("a read did not arrive whole");
+    state.SetBytesProcessed(state.iterations() * kPrefetches * static_cast<std::int64_t>(kImageBytes));
+}
+BENCHMARK(BM_ContentsOfTwoThreads)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 std::size_t collect(char* data, std::size_t size, std::size_t count, void* user) {
     auto* body = static_cast<std::string*>(user);

@@ -11,7 +11,7 @@ void NBDownloadOperation::main() {
     if (isCancelled()) return;
     URLSession::Response reply = session_.contentsOf({downloadUrl_, {}});
     if (!reply.succeeded()) return;
-    if (const auto target = listener()) target->onFinish(downloadUrl_, reply.body);
+    if (const auto target = listener()) target->onFinish(downloadUrl_, std::move(reply.body));
 }
 
 std::shared_ptr<DownloadListener> NBDownloadOperation::listener() const {

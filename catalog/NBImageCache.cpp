@@ -68,12 +68,17 @@ public:
 
     void store(const std::string& url, std::shared_ptr<const Data> bytes, std::optional<std::string> etag = {},
                std::optional<std::string> lastModified = {}) {
-        std::unique_lock lock(cacheMutex_);
-        entries_.insert_or_assign(url, Entry{std::move(bytes), std::move(etag), std::move(lastModified)});
+        Entry entry{std::move(bytes), std::move(etag), std::move(lastModified)};
+        {
+            std::unique_lock lock(cacheMutex_);
+            std::swap(entries_[url], entry);
+        }
+        // `entry` now holds what it replaced: the bytes are released here, not under the lock, since
+        // returning a large block to the system may take a system call.
     }
 
-    void onFinish(const std::string& url, const Data& data) override {
-        store(url, std::make_shared<const Data>(data));
+    void onFinish(const std::string& url, Data data) override {
+        store(url, std::make_shared<const Data>(std::move(data)));
     }
 
     // Sets the view on the main queue, unless the cache has been destroyed.
@@ -209,5 +214,9 @@ void NBImageCache::updateMemoreyCache(const std::string& url, const Data& data) 
 void NBImageCache::onFinish(const std::string& url, const Data& data) { core_->onFinish(url, data); }
 
 std::size_t NBImageCache::pendingDownloadCount() const { return downloadQueue_.operationCount(); }
+
+bool NBImageCache::waitForPrefetches(std::chrono::milliseconds timeout) {
+    return downloadQueue_.waitUntilAllOperationsAreFinishedFor(timeout);
+}
 
 }  // namespace nb

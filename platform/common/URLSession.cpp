@@ -3,12 +3,14 @@
 #include <curl/curl.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cassert>
 #include <cctype>
 #include <climits>
+#include <cstdint>
+#include <cstdint>
 #include <condition_variable>
 #include <exception>
-#include <future>
 #include <mutex>
 #include <system_error>
 #include <thread>
@@ -56,10 +58,8 @@ std::string_view trimmed(std::string_view text) {
     return text.substr(first, text.find_last_not_of(blanks) - first + 1);
 }
 
-}  // namespace
-
 // One transfer, from the call that creates it to its completion. Everything below `completion` belongs to
-// the session thread once the transfer is queued.
+// the thread that drives its Driver once the transfer has begun.
 struct Transfer {
     Transfer(std::string url, bool isFile, URLSession::Request request, std::optional<std::string> userAgent,
              URLSession::Completion completion)
@@ -99,133 +99,110 @@ struct Transfer {
     Clock::time_point lastActivity;
 };
 
-struct URLSession::Engine {
-    explicit Engine(const Options& options) : options(options) {}
+using Transfers = std::vector<std::unique_ptr<Transfer>>;
 
-    ~Engine() {
-        assert(currentSessionEngine != this && "a session must not be destroyed from its own completion");
-        {
-            std::lock_guard lock(mutex);
-            stopping = true;
-        }
-        wake();
-        if (thread.joinable()) thread.join();
-        // The thread has ended: its transfers are ours now. Their completions go uncalled.
-        for (auto& [easy, transfer] : active) curl_multi_remove_handle(multi, easy);
-        active.clear();
-        pending.clear();
-        if (multi != nullptr) curl_multi_cleanup(multi);
-        if (share != nullptr) curl_share_cleanup(share);
+// A transfer as dataTask() and contentsOf() make it, on the caller's thread: the URL parsed strictly and
+// the user agent asked for.
+std::unique_ptr<Transfer> makeTransfer(const URLSession::Options& options, URLSession::Request request,
+                                       URLSession::Completion completion) {
+    auto url = Url::parse(request.url);
+    if (!url) return std::make_unique<Transfer>("unparsable URL: " + request.url, std::move(completion));
+    std::optional<std::string> userAgent;
+    try {
+        if (options.userAgent) userAgent = options.userAgent();
+    } catch (...) {
+        // A provider that fails sends no user agent; the transfer itself is unaffected.
+    }
+    return std::make_unique<Transfer>(url->text(), url->isFile(), std::move(request), std::move(userAgent),
+                                      std::move(completion));
+}
+
+// One libcurl multi handle, the transfers it runs, and the connections and TLS sessions it keeps between
+// them. One thread at a time drives it (begin, perform, wait); wakeUp() and abandon() may be called from any
+// thread. Without libcurl it is unusable: begin() fails every transfer.
+class Driver {
+public:
+    explicit Driver(const URLSession::Options& options) : options_(options) {
+        if (!curlReady()) return;
+        multi_ = curl_multi_init();
+        share_ = curl_share_init();
+        if (share_ != nullptr) curl_share_setopt(share_, CURLSHOPT_SHARE, CURL_LOCK_DATA_SSL_SESSION);
     }
 
-    void enqueue(std::unique_ptr<Transfer> transfer) {
-        // Transfers that will never run are destroyed uncalled, outside the lock: their completions'
-        // captures may have destructors that call back into the session.
-        std::vector<std::unique_ptr<Transfer>> dropped;
-        {
-            std::lock_guard lock(mutex);
-            if (stopping) {
-                dropped.push_back(std::move(transfer));
-            } else {
-                pending.push_back(std::move(transfer));
-                if (!started && !start()) dropped.swap(pending);
-            }
-        }
-        wake();
+    // Transfers still running are dropped with their completions uncalled. Reads nothing of the options,
+    // so a driver may outlive its session's destruction by the time it takes to destroy it.
+    ~Driver() {
+        for (auto& [easy, transfer] : active_) curl_multi_remove_handle(multi_, easy);
+        active_.clear();
+        if (multi_ != nullptr) curl_multi_cleanup(multi_);
+        if (share_ != nullptr) curl_share_cleanup(share_);
     }
+    Driver(const Driver&) = delete;
+    Driver& operator=(const Driver&) = delete;
 
-    // Called with mutex held. Without libcurl the thread still runs and fails every transfer, so that
-    // completions keep their promise of arriving on the session thread. False when no thread could be
-    // made; the next task tries again.
-    bool start() {
-        if (multi == nullptr && curlReady()) {
-            multi = curl_multi_init();
-            share = curl_share_init();
-            if (share != nullptr) curl_share_setopt(share, CURLSHOPT_SHARE, CURL_LOCK_DATA_SSL_SESSION);
-        }
-        try {
-            thread = std::thread([this] { run(); });
-        } catch (const std::system_error&) {
-            return false;
-        }
-        started = true;
-        return true;
-    }
+    [[nodiscard]] bool usable() const noexcept { return multi_ != nullptr; }
+    [[nodiscard]] bool idle() const noexcept { return active_.empty(); }
 
-    void wake() {
-        if (multi != nullptr) {
-            curl_multi_wakeup(multi);
-        } else {
-            std::lock_guard lock(mutex);
-            changed.notify_all();
-        }
-    }
-
-    // ---- The session thread ---------------------------------------------------------------------------
-
-    void run() {
-        currentSessionEngine = this;
-        for (;;) {
-            std::vector<std::unique_ptr<Transfer>> incoming;
-            {
-                std::lock_guard lock(mutex);
-                if (stopping) return;
-                incoming.swap(pending);
-            }
-            std::vector<std::unique_ptr<Transfer>> finished;
-            for (auto& transfer : incoming) begin(std::move(transfer), finished);
-            if (multi != nullptr) {
-                int running = 0;
-                curl_multi_perform(multi, &running);
-                collectDone(finished);
-                expireIdle(finished);
-            }
-            for (auto& transfer : finished) complete(*transfer);
-            finished.clear();
-            waitForWork();
-        }
-    }
-
-    void waitForWork() {
-        if (multi == nullptr) {
-            std::unique_lock lock(mutex);
-            changed.wait(lock, [&] { return stopping || !pending.empty(); });
-            return;
-        }
-        long curlTimeout = -1;
-        curl_multi_timeout(multi, &curlTimeout);
-        // New transfers and destruction interrupt the wait through curl_multi_wakeup, so an idle session
-        // needs no timeout; the cap only bounds what a clock jump could do.
-        long waitMs = curlTimeout >= 0 ? curlTimeout : 60'000;
-        const auto now = Clock::now();
-        for (const auto& [easy, transfer] : active) {
-            if (!transfer->connected) continue;
-            const auto left = std::chrono::ceil<std::chrono::milliseconds>(transfer->lastActivity +
-                                                                           options.idleTimeout - now);
-            waitMs = std::min<long>(waitMs, std::max<long>(0, static_cast<long>(left.count())));
-        }
-        curl_multi_poll(multi, nullptr, 0, static_cast<int>(std::min<long>(waitMs, INT_MAX)), nullptr);
-    }
-
-    void begin(std::unique_ptr<Transfer> transfer, std::vector<std::unique_ptr<Transfer>>& finished) {
+    // A transfer that cannot start goes straight to `finished`, failed.
+    void begin(std::unique_ptr<Transfer> transfer, Transfers& finished) {
         if (transfer->earlyError) {
             transfer->response = failure(*transfer->earlyError);
             finished.push_back(std::move(transfer));
             return;
         }
-        if (multi == nullptr || !configure(*transfer) || curl_multi_add_handle(multi, transfer->easy) != CURLM_OK) {
+        if (multi_ == nullptr || !configure(*transfer) ||
+            curl_multi_add_handle(multi_, transfer->easy) != CURLM_OK) {
             transfer->response = failure("libcurl could not start the transfer");
             finished.push_back(std::move(transfer));
             return;
         }
         CURL* easy = transfer->easy;
-        active.emplace(easy, std::move(transfer));
+        active_.emplace(easy, std::move(transfer));
     }
 
+    // Moves every transfer on as far as it can go without waiting; those that ended go to `finished`.
+    void perform(Transfers& finished) {
+        if (multi_ == nullptr) return;
+        int running = 0;
+        curl_multi_perform(multi_, &running);
+        collectDone(finished);
+        expireIdle(finished);
+    }
+
+    // Waits until a transfer can move on, an idle deadline passes, or wakeUp() is called.
+    void wait() {
+        if (multi_ == nullptr) return;
+        long curlTimeout = -1;
+        curl_multi_timeout(multi_, &curlTimeout);
+        // New work and destruction interrupt the wait through wakeUp(), so an idle driver needs no timeout;
+        // the cap only bounds what a clock jump could do.
+        long waitMs = curlTimeout >= 0 ? curlTimeout : 60'000;
+        const auto now = Clock::now();
+        for (const auto& [easy, transfer] : active_) {
+            if (!transfer->connected) continue;
+            const auto left = std::chrono::ceil<std::chrono::milliseconds>(transfer->lastActivity +
+                                                                           options_.idleTimeout - now);
+            waitMs = std::min<long>(waitMs, std::max<long>(0, static_cast<long>(left.count())));
+        }
+        curl_multi_poll(multi_, nullptr, 0, static_cast<int>(std::min<long>(waitMs, INT_MAX)), nullptr);
+    }
+
+    void wakeUp() {
+        if (multi_ != nullptr) curl_multi_wakeup(multi_);
+    }
+
+    // Tells the thread driving it to give up its transfers, and wakes it.
+    void abandon() {
+        abandoned_.store(true);
+        wakeUp();
+    }
+    [[nodiscard]] bool abandoned() const noexcept { return abandoned_.load(); }
+
+private:
     bool configure(Transfer& t) {
         t.easy = curl_easy_init();
         if (t.easy == nullptr) return false;
-        t.maxBodyBytes = options.maxBodyBytes;
+        t.maxBodyBytes = options_.maxBodyBytes;
         for (const auto& [name, value] : t.headers) {
             // "Name;" is libcurl's way to send a header with an empty value ("Name:" would remove it).
             const std::string line = value.empty() ? name + ";" : name + ": " + value;
@@ -243,21 +220,21 @@ struct URLSession::Engine {
         set(CURLOPT_SSL_VERIFYPEER, 1L);
         set(CURLOPT_SSL_VERIFYHOST, 2L);
         set(CURLOPT_FOLLOWLOCATION, 1L);
-        set(CURLOPT_MAXREDIRS, options.maxRedirects);
-        set(CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(options.connectTimeout.count()));
+        set(CURLOPT_MAXREDIRS, options_.maxRedirects);
+        set(CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(options_.connectTimeout.count()));
         set(CURLOPT_FAILONERROR, 1L);
         set(CURLOPT_ACCEPT_ENCODING, "");
         set(CURLOPT_MAXFILESIZE_LARGE, static_cast<curl_off_t>(std::min<std::size_t>(t.maxBodyBytes, INT64_MAX)));
         set(CURLOPT_ERRORBUFFER, t.errorBuffer);
-        set(CURLOPT_WRITEFUNCTION, &Engine::onBody);
+        set(CURLOPT_WRITEFUNCTION, &Driver::onBody);
         set(CURLOPT_WRITEDATA, static_cast<void*>(&t));
-        set(CURLOPT_HEADERFUNCTION, &Engine::onHeader);
+        set(CURLOPT_HEADERFUNCTION, &Driver::onHeader);
         set(CURLOPT_HEADERDATA, static_cast<void*>(&t));
-        set(CURLOPT_PREREQFUNCTION, &Engine::onConnected);
+        set(CURLOPT_PREREQFUNCTION, &Driver::onConnected);
         set(CURLOPT_PREREQDATA, static_cast<void*>(&t));
         if (t.userAgent) set(CURLOPT_USERAGENT, t.userAgent->c_str());
         if (t.headerList != nullptr) set(CURLOPT_HTTPHEADER, t.headerList);
-        if (share != nullptr) set(CURLOPT_SHARE, share);
+        if (share_ != nullptr) set(CURLOPT_SHARE, share_);
         return ok;
     }
 
@@ -300,13 +277,15 @@ struct URLSession::Engine {
             curl_easy_getinfo(t.easy, CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &announced);
             if (announced > 0) body.reserve(std::min(static_cast<std::size_t>(announced), t.maxBodyBytes));
         }
-        body.insert(body.end(), bytes, bytes + count);
+        // As bytes of Data's own type, so the copy is one memmove rather than a loop converting each char.
+        const auto* first = reinterpret_cast<const std::uint8_t*>(bytes);
+        body.insert(body.end(), first, first + count);
         return count;
     }
 
-    void collectDone(std::vector<std::unique_ptr<Transfer>>& finished) {
+    void collectDone(Transfers& finished) {
         int queued = 0;
-        while (CURLMsg* message = curl_multi_info_read(multi, &queued)) {
+        while (CURLMsg* message = curl_multi_info_read(multi_, &queued)) {
             if (message->msg != CURLMSG_DONE) continue;
             auto transfer = detach(message->easy_handle);
             if (!transfer) continue;
@@ -315,32 +294,32 @@ struct URLSession::Engine {
         }
     }
 
-    void expireIdle(std::vector<std::unique_ptr<Transfer>>& finished) {
+    void expireIdle(Transfers& finished) {
         const auto now = Clock::now();
         std::vector<CURL*> expired;
-        for (const auto& [easy, transfer] : active) {
-            if (transfer->connected && now - transfer->lastActivity >= options.idleTimeout) expired.push_back(easy);
+        for (const auto& [easy, transfer] : active_) {
+            if (transfer->connected && now - transfer->lastActivity >= options_.idleTimeout) expired.push_back(easy);
         }
         for (CURL* easy : expired) {
             auto transfer = detach(easy);
             long status = 0;
             curl_easy_getinfo(easy, CURLINFO_RESPONSE_CODE, &status);
             transfer->response = failure(
-                "timed out: nothing received for " + std::to_string(options.idleTimeout.count()) + " ms", status);
+                "timed out: nothing received for " + std::to_string(options_.idleTimeout.count()) + " ms", status);
             finished.push_back(std::move(transfer));
         }
     }
 
     std::unique_ptr<Transfer> detach(CURL* easy) {
-        auto it = active.find(easy);
-        if (it == active.end()) return nullptr;
+        auto it = active_.find(easy);
+        if (it == active_.end()) return nullptr;
         auto transfer = std::move(it->second);
-        active.erase(it);
-        curl_multi_remove_handle(multi, easy);
+        active_.erase(it);
+        curl_multi_remove_handle(multi_, easy);
         return transfer;
     }
 
-    void conclude(Transfer& t, CURLcode result) const {
+    static void conclude(Transfer& t, CURLcode result) {
         long status = 0;
         curl_easy_getinfo(t.easy, CURLINFO_RESPONSE_CODE, &status);
         auto fail = [&](std::string error) { t.response = failure(std::move(error), status); };
@@ -360,6 +339,110 @@ struct URLSession::Engine {
         }
     }
 
+    const URLSession::Options& options_;
+    CURLM* multi_ = nullptr;
+    CURLSH* share_ = nullptr;  // TLS sessions shared by this driver's easy handles
+    std::unordered_map<CURL*, std::unique_ptr<Transfer>> active_;
+    std::atomic<bool> abandoned_{false};
+};
+
+}  // namespace
+
+// dataTask() transfers run on the session thread's driver. contentsOf() transfers run on the calling thread,
+// each on a driver lent to that call alone (a lane), so a synchronous read wakes no other thread of ours;
+// lanes come back to a small pool and keep their connections for the next call.
+struct URLSession::Engine {
+    // Idle lanes kept, with their connections; a lane coming back beyond that is closed. The image cache
+    // reads two at a time.
+    static constexpr std::size_t kKeptLanes = 4;
+
+    explicit Engine(const Options& options) : options(options) {}
+
+    ~Engine() {
+        assert(currentSessionEngine != this && "a session must not be destroyed from its own completion");
+        {
+            std::lock_guard lock(mutex);
+            stopping = true;
+            for (Driver* lane : lent) lane->abandon();
+        }
+        wake();
+        if (thread.joinable()) thread.join();
+        {
+            // A contentsOf() call still running gives up at once and hands its lane back, after which it no
+            // longer touches the session.
+            std::unique_lock lock(mutex);
+            laneReturned.wait(lock, [&] { return lent.empty(); });
+        }
+        // The thread has ended: its transfers are ours now. Their completions go uncalled.
+        driver.reset();
+        pending.clear();
+        idleLanes.clear();
+    }
+
+    // ---- dataTask(): the session thread ---------------------------------------------------------------
+
+    void enqueue(std::unique_ptr<Transfer> transfer) {
+        // Transfers that will never run are destroyed uncalled, outside the lock: their completions'
+        // captures may have destructors that call back into the session.
+        Transfers dropped;
+        {
+            std::lock_guard lock(mutex);
+            if (stopping) {
+                dropped.push_back(std::move(transfer));
+            } else {
+                pending.push_back(std::move(transfer));
+                if (!started && !start()) dropped.swap(pending);
+            }
+        }
+        wake();
+    }
+
+    // Called with mutex held. Without libcurl the thread still runs and fails every transfer, so that
+    // completions keep their promise of arriving on the session thread. False when no thread could be
+    // made; the next task tries again.
+    bool start() {
+        if (!driver) driver = std::make_unique<Driver>(options);
+        try {
+            thread = std::thread([this] { run(); });
+        } catch (const std::system_error&) {
+            return false;
+        }
+        started = true;
+        return true;
+    }
+
+    void wake() {
+        if (driver && driver->usable()) {
+            driver->wakeUp();
+        } else {
+            std::lock_guard lock(mutex);
+            changed.notify_all();
+        }
+    }
+
+    void run() {
+        currentSessionEngine = this;
+        for (;;) {
+            Transfers incoming;
+            {
+                std::lock_guard lock(mutex);
+                if (stopping) return;
+                incoming.swap(pending);
+            }
+            Transfers finished;
+            for (auto& transfer : incoming) driver->begin(std::move(transfer), finished);
+            driver->perform(finished);
+            for (auto& transfer : finished) complete(*transfer);
+            finished.clear();
+            if (driver->usable()) {
+                driver->wait();
+            } else {
+                std::unique_lock lock(mutex);
+                changed.wait(lock, [&] { return stopping || !pending.empty(); });
+            }
+        }
+    }
+
     static void complete(Transfer& t) {
         auto completion = std::move(t.completion);
         if (!completion) return;
@@ -373,21 +456,67 @@ struct URLSession::Engine {
         }
     }
 
+    // ---- contentsOf(): the calling thread -------------------------------------------------------------
+
+    Response transferHere(std::unique_ptr<Transfer> transfer) {
+        auto lane = borrowLane();
+        if (!lane) return failure("the URL session was destroyed");
+        Transfers finished;
+        lane->begin(std::move(transfer), finished);
+        for (;;) {
+            lane->perform(finished);
+            if (!finished.empty() || lane->abandoned()) break;
+            lane->wait();
+        }
+        Response response =
+            finished.empty() ? failure("the URL session was destroyed") : std::move(finished.front()->response);
+        // The easy handle goes before the lane is handed on: its cleanup touches the lane's share handle.
+        finished.clear();
+        returnLane(std::move(lane));  // the session may be gone from here on
+        return response;
+    }
+
+    std::unique_ptr<Driver> borrowLane() {
+        std::lock_guard lock(mutex);
+        if (stopping) return nullptr;
+        std::unique_ptr<Driver> lane;
+        if (idleLanes.empty()) {
+            lane = std::make_unique<Driver>(options);
+        } else {
+            lane = std::move(idleLanes.back());
+            idleLanes.pop_back();
+        }
+        lent.push_back(lane.get());
+        return lane;
+    }
+
+    void returnLane(std::unique_ptr<Driver> lane) {
+        std::unique_ptr<Driver> closed;  // destroyed outside the lock, once the session may be gone
+        std::lock_guard lock(mutex);
+        lent.erase(std::find(lent.begin(), lent.end(), lane.get()));
+        if (!stopping && lane->idle() && idleLanes.size() < kKeptLanes) {
+            idleLanes.push_back(std::move(lane));
+        } else {
+            closed = std::move(lane);
+        }
+        // Under the lock: once it is released the destructor may go on and free this object.
+        laneReturned.notify_all();
+    }
+
     const Options& options;
 
     std::mutex mutex;
-    std::condition_variable changed;                  // only without libcurl; guarded by mutex
-    std::vector<std::unique_ptr<Transfer>> pending;  // guarded by mutex
-    bool stopping = false;                            // guarded by mutex
-    bool started = false;                             // guarded by mutex
-    std::thread thread;                               // set under mutex, joined by the destructor
-
-    // Created under mutex before the thread starts and destroyed after it is joined; curl_multi_wakeup is
-    // the one call other threads make on it.
-    CURLM* multi = nullptr;
-    CURLSH* share = nullptr;  // TLS sessions shared by the easy handles; session thread only
-
-    std::unordered_map<CURL*, std::unique_ptr<Transfer>> active;  // session thread only
+    std::condition_variable changed;       // only without libcurl; guarded by mutex
+    std::condition_variable laneReturned;  // guarded by mutex
+    Transfers pending;                     // guarded by mutex
+    bool stopping = false;                 // guarded by mutex
+    bool started = false;                  // guarded by mutex
+    std::thread thread;                    // set under mutex, joined by the destructor
+    // Made under mutex before the thread starts and destroyed after it is joined; wakeUp() is the one call
+    // other threads make on it.
+    std::unique_ptr<Driver> driver;
+    std::vector<std::unique_ptr<Driver>> idleLanes;  // guarded by mutex
+    std::vector<Driver*> lent;                       // guarded by mutex: lanes held by contentsOf() calls
 };
 
 URLSession& URLSession::shared() {
@@ -409,43 +538,14 @@ URLSession::URLSession(Options options) : options_(std::move(options)), engine_(
 URLSession::~URLSession() = default;
 
 void URLSession::dataTask(Request request, Completion completion) {
-    auto url = Url::parse(request.url);
-    if (!url) {
-        engine_->enqueue(std::make_unique<Transfer>("unparsable URL: " + request.url, std::move(completion)));
-        return;
-    }
-    std::optional<std::string> userAgent;
-    try {
-        if (options_.userAgent) userAgent = options_.userAgent();
-    } catch (...) {
-        // A provider that fails sends no user agent; the transfer itself is unaffected.
-    }
-    engine_->enqueue(std::make_unique<Transfer>(url->text(), url->isFile(), std::move(request), std::move(userAgent),
-                                                std::move(completion)));
+    engine_->enqueue(makeTransfer(options_, std::move(request), std::move(completion)));
 }
 
 URLSession::Response URLSession::contentsOf(Request request) {
     if (currentSessionEngine == engine_.get()) {
-        return failure("contentsOf called on the session thread, which would wait for itself");
+        return failure("contentsOf called on the session thread, which would hold up every other transfer");
     }
-    // Answers exactly once: with the transfer's response, or with a failure when the session drops the
-    // completion uncalled (it is being destroyed).
-    struct Waiter {
-        std::promise<Response> promise;
-        bool answered = false;
-        void answer(Response response) {
-            answered = true;
-            promise.set_value(std::move(response));
-        }
-        ~Waiter() {
-            if (!answered) promise.set_value(failure("the URL session was destroyed"));
-        }
-    };
-    auto waiter = std::make_shared<Waiter>();
-    auto answer = waiter->promise.get_future();
-    dataTask(std::move(request), [waiter](Response response) { waiter->answer(std::move(response)); });
-    waiter.reset();  // the completion holds the only reference now
-    return answer.get();
+    return engine_->transferHere(makeTransfer(options_, std::move(request), {}));
 }
 
 }  // namespace nb

@@ -7,6 +7,7 @@
 #include <deque>
 #include <mutex>
 
+#include <asio/defer.hpp>
 #include <asio/post.hpp>
 
 
@@ -25,7 +26,11 @@ struct OperationQueue::State : std::enable_shared_from_this<State> {
     bool idleLocked() const { return waiting.empty() && running == 0; }
 
     // Starts waiting operations while the cap allows; operations cancelled while waiting are skipped here.
-    void pumpLocked() {
+    // `afterOperation` is set on the pool thread of an operation of this queue that has just ended: the first
+    // operation started then is deferred to that same thread, which runs it once the tasks queued on the pool
+    // before it have run, instead of being posted and waking another thread. A queue kept busy then costs no
+    // thread hand-off per operation.
+    void pumpLocked(bool afterOperation = false) {
         while (capAllows() && !waiting.empty()) {
             auto control = std::move(waiting.front());
             waiting.pop_front();
@@ -33,13 +38,19 @@ struct OperationQueue::State : std::enable_shared_from_this<State> {
                 continue;
             }
             ++running;
-            asio::post(pool.native(), [self = shared_from_this(),
-                                       run = dispatch_internal::HandledRun(std::move(control), label)]() mutable {
+            auto task = [self = shared_from_this(),
+                         run = dispatch_internal::HandledRun(std::move(control), label)]() mutable {
                 currentOperationQueue = self.get();
                 run();
                 currentOperationQueue = nullptr;
                 self->operationEnded();
-            });
+            };
+            if (afterOperation) {
+                afterOperation = false;
+                asio::defer(pool.native(), std::move(task));
+            } else {
+                asio::post(pool.native(), std::move(task));
+            }
         }
         if (idleLocked()) {
             idle.notify_all();
@@ -49,7 +60,7 @@ struct OperationQueue::State : std::enable_shared_from_this<State> {
     void operationEnded() {
         std::lock_guard lock(mutex);
         --running;
-        pumpLocked();
+        pumpLocked(true);
     }
 
     bool mayWait() const {

@@ -64,8 +64,8 @@ protected:
     bool waitForShown(const RecordingView& view, std::size_t count) {
         return waitFor([&] { return view.shown().size() >= count; });
     }
-    bool waitForPrefetches(const NBImageCache& cache) {
-        return waitFor([&] { return cache.pendingDownloadCount() == 0; });
+    static bool waitForPrefetches(NBImageCache& cache) {
+        return cache.waitForPrefetches(std::chrono::duration_cast<std::chrono::milliseconds>(test::kPatience));
     }
     // The cached bytes as text, "(none)" when nothing is cached under `url`.
     static std::string cached(const NBImageCache& cache, const std::string& url) {
@@ -116,6 +116,7 @@ TEST_F(NBImageCacheTest, AtMostTwoPrefetchesRunAtOnce) {
     cache.concurentDownloadImage(urls);
     ASSERT_TRUE(server_.waitForInFlight(2));
     EXPECT_EQ(cache.pendingDownloadCount(), 5u);
+    EXPECT_FALSE(cache.waitForPrefetches(20ms));  // meant to time out: all five are still pending
     server_.openGate();
     ASSERT_TRUE(waitForPrefetches(cache));
     EXPECT_EQ(server_.maxInFlight(), 2);

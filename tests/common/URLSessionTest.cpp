@@ -23,8 +23,12 @@ struct Outcome {
     std::thread::id thread;
 };
 
-// One dataTask, waited for; the completion's thread is kept so tests can tell where it ran.
-std::optional<Outcome> fetch(URLSession& session, URLSession::Request request) {
+// The two ways in: a dataTask waited for (its completion's thread kept, so tests can tell where it ran),
+// and contentsOf, which transfers on the calling thread.
+enum class Path { DataTask, ContentsOf };
+
+std::optional<Outcome> fetch(URLSession& session, URLSession::Request request, Path path = Path::DataTask) {
+    if (path == Path::ContentsOf) return Outcome{session.contentsOf(std::move(request)), std::this_thread::get_id()};
     auto promise = std::make_shared<std::promise<Outcome>>();
     auto future = promise->get_future();
     session.dataTask(std::move(request), [promise](URLSession::Response response) {
@@ -32,6 +36,17 @@ std::optional<Outcome> fetch(URLSession& session, URLSession::Request request) {
     });
     if (future.wait_for(kPatience) != std::future_status::ready) return std::nullopt;
     return future.get();
+}
+
+const char* name(Path path) { return path == Path::DataTask ? "dataTask" : "contentsOf"; }
+
+// dataTask completes on the session thread, contentsOf on the caller's.
+void expectThread(const Outcome& outcome, Path path) {
+    if (path == Path::DataTask) {
+        EXPECT_NE(outcome.thread, std::this_thread::get_id());
+    } else {
+        EXPECT_EQ(outcome.thread, std::this_thread::get_id());
+    }
 }
 
 std::string text(const nb::Data& bytes) { return {bytes.begin(), bytes.end()}; }
@@ -47,7 +62,7 @@ URLSession::Options quick(std::chrono::milliseconds idle = 10s, long maxRedirect
 const std::string kEtag = "\"v1\"";
 const std::string kDate = "Wed, 21 Oct 2015 07:28:00 GMT";
 
-TEST(URLSession, AnswersEachKindOfReplyOnTheSessionThread) {
+TEST(URLSession, AnswersEachKindOfReplyAlikeOnBothPaths) {
     struct Case {
         const char* name;
         HttpTestServer::Resource resource;
@@ -79,26 +94,28 @@ TEST(URLSession, AnswersEachKindOfReplyOnTheSessionThread) {
         {"endless body over the cap", {"", {}, {}, Mode::Endless}, quick(10s, 5, 1024), {}, "body over 1024 bytes", 200,
          "", {}, {}},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
-        HttpTestServer server;
-        ASSERT_TRUE(server.listening());
-        server.serve("/r", c.resource);
-        server.serve("/target", "target body");
-        URLSession session(c.options);
+    for (const auto path : {Path::DataTask, Path::ContentsOf}) {
+        for (const auto& c : cases) {
+            SCOPED_TRACE(std::string(name(path)) + ": " + c.name);
+            HttpTestServer server;
+            ASSERT_TRUE(server.listening());
+            server.serve("/r", c.resource);
+            server.serve("/target", "target body");
+            URLSession session(c.options);
 
-        auto outcome = fetch(session, {server.url("/r"), c.headers});
-        ASSERT_TRUE(outcome);
-        const auto& response = outcome->response;
-        EXPECT_EQ(response.error.substr(0, c.error.size()), c.error) << response.error;
-        EXPECT_EQ(response.succeeded(), c.error.empty());
-        EXPECT_EQ(response.notModified(), c.status == 304 && c.error.empty());
-        EXPECT_EQ(response.statusCode, c.status);
-        EXPECT_EQ(text(response.body), c.body);
-        EXPECT_EQ(response.etag, c.etag);
-        EXPECT_EQ(response.lastModified, c.lastModified);
-        EXPECT_EQ(server.requestCount("/r"), c.requests);
-        EXPECT_NE(outcome->thread, std::this_thread::get_id());
+            auto outcome = fetch(session, {server.url("/r"), c.headers}, path);
+            ASSERT_TRUE(outcome);
+            const auto& response = outcome->response;
+            EXPECT_EQ(response.error.substr(0, c.error.size()), c.error) << response.error;
+            EXPECT_EQ(response.succeeded(), c.error.empty());
+            EXPECT_EQ(response.notModified(), c.status == 304 && c.error.empty());
+            EXPECT_EQ(response.statusCode, c.status);
+            EXPECT_EQ(text(response.body), c.body);
+            EXPECT_EQ(response.etag, c.etag);
+            EXPECT_EQ(response.lastModified, c.lastModified);
+            EXPECT_EQ(server.requestCount("/r"), c.requests);
+            expectThread(*outcome, path);
+        }
     }
 }
 
@@ -128,15 +145,17 @@ TEST(URLSession, FailsWhatItCannotFetchWithoutAnHttpStatus) {
         {"self-signed certificate", untrusted.url("/a"), "SSL certificate problem", ""},
     };
     URLSession session(quick());
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
-        auto outcome = fetch(session, {c.url, {}});
-        ASSERT_TRUE(outcome);
-        EXPECT_EQ(outcome->response.error.substr(0, c.error.size()), c.error) << outcome->response.error;
-        EXPECT_EQ(outcome->response.succeeded(), c.error.empty());
-        EXPECT_EQ(outcome->response.statusCode, 0);
-        EXPECT_EQ(text(outcome->response.body), c.body);
-        EXPECT_NE(outcome->thread, std::this_thread::get_id());
+    for (const auto path : {Path::DataTask, Path::ContentsOf}) {
+        for (const auto& c : cases) {
+            SCOPED_TRACE(std::string(name(path)) + ": " + c.name);
+            auto outcome = fetch(session, {c.url, {}}, path);
+            ASSERT_TRUE(outcome);
+            EXPECT_EQ(outcome->response.error.substr(0, c.error.size()), c.error) << outcome->response.error;
+            EXPECT_EQ(outcome->response.succeeded(), c.error.empty());
+            EXPECT_EQ(outcome->response.statusCode, 0);
+            EXPECT_EQ(text(outcome->response.body), c.body);
+            expectThread(*outcome, path);
+        }
     }
 }
 
@@ -166,21 +185,46 @@ TEST(URLSession, SendsTheUserAgentAskedForWhenTheTaskIsCreated) {
     EXPECT_EQ(askedOn, std::set{std::this_thread::get_id()});
 }
 
-TEST(URLSession, KeepsOneThreadAndReusesConnections) {
-    HttpTestServer server;
-    server.serve("/a", std::string(100 * 1024, 'a'));
-    URLSession session(quick());
-    std::set<std::thread::id> completionThreads;
-    for (int i = 0; i < 20; ++i) {
-        auto outcome = fetch(session, {server.url("/a"), {}});
-        ASSERT_TRUE(outcome);
-        ASSERT_TRUE(outcome->response.succeeded()) << outcome->response.error;
-        EXPECT_EQ(outcome->response.body.size(), 100u * 1024);
-        completionThreads.insert(outcome->thread);
+TEST(URLSession, ReusesConnectionsOnBothPaths) {
+    for (const auto path : {Path::DataTask, Path::ContentsOf}) {
+        SCOPED_TRACE(name(path));
+        HttpTestServer server;
+        server.serve("/a", std::string(100 * 1024, 'a'));
+        URLSession session(quick());
+        std::set<std::thread::id> completionThreads;
+        for (int i = 0; i < 20; ++i) {
+            auto outcome = fetch(session, {server.url("/a"), {}}, path);
+            ASSERT_TRUE(outcome);
+            ASSERT_TRUE(outcome->response.succeeded()) << outcome->response.error;
+            EXPECT_EQ(outcome->response.body.size(), 100u * 1024);
+            completionThreads.insert(outcome->thread);
+        }
+        EXPECT_EQ(completionThreads.size(), 1u);
+        // One kept connection serves them all; a server that dropped an idle one now and then may cost another.
+        EXPECT_LE(server.connectionCount(), 3u);
     }
-    EXPECT_EQ(completionThreads.size(), 1u);
-    // One kept connection serves them all; a server that dropped an idle one now and then may cost another.
-    EXPECT_LE(server.connectionCount(), 3u);
+}
+
+TEST(URLSession, ContentsOfIsNotHeldUpByACompletion) {
+    HttpTestServer server;
+    server.serve("/a", "a");
+    std::promise<void> entered;
+    std::promise<void> release;
+    std::promise<bool> heldUntilReleased;
+    URLSession session(quick());
+    // The completion holds the session thread until contentsOf has returned (or the test gives up).
+    session.dataTask({server.url("/a"), {}}, [&entered, &heldUntilReleased,
+                                              held = release.get_future().share()](URLSession::Response) {
+        entered.set_value();
+        heldUntilReleased.set_value(held.wait_for(kPatience) == std::future_status::ready);
+    });
+    ASSERT_EQ(entered.get_future().wait_for(kPatience), std::future_status::ready);
+
+    const auto response = session.contentsOf({server.url("/a"), {}});
+    release.set_value();
+    EXPECT_TRUE(response.succeeded()) << response.error;
+    EXPECT_EQ(text(response.body), "a");
+    EXPECT_TRUE(heldUntilReleased.get_future().get());
 }
 
 TEST(URLSession, ContentsOfWaitsOnManyThreadsAtOnce) {

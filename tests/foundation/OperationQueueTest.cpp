@@ -3,6 +3,9 @@
 
 #include <algorithm>
 #include <atomic>
+#include <mutex>
+#include <set>
+#include <thread>
 #include <vector>
 
 #include "nbbase/foundation/OperationQueue.h"
@@ -105,6 +108,27 @@ TEST_F(OperationQueueTest, CancelAllDropsWaitingOperationsAndWaitCoversRunningOn
     ASSERT_TRUE(queue.waitUntilAllOperationsAreFinishedFor(kPatience));
     EXPECT_EQ(log_.size(), 2u) << "exactly the two operations running at the time of cancelAll";
     for (std::size_t i = 2; i < handles.size(); ++i) EXPECT_EQ(handles[i].status(), Cancellable::Status::Cancelled);
+}
+
+// Operations that were waiting follow each other on the thread that ran the one before: no other pool
+// thread is woken for them.
+TEST_F(OperationQueueTest, ABusyQueueKeepsToOneThread) {
+    OperationQueue queue("test.ops", 1, pool_);
+    std::mutex mutex;
+    std::set<std::thread::id> threads;
+    auto record = [&] {
+        std::lock_guard lock(mutex);
+        threads.insert(std::this_thread::get_id());
+    };
+    queue.addOperation([&] {
+        record();
+        gate_.pass();
+    });
+    for (int i = 0; i < 20; ++i) queue.addOperation(record);
+    gate_.open();
+    ASSERT_TRUE(queue.waitUntilAllOperationsAreFinishedFor(kPatience));
+    std::lock_guard lock(mutex);
+    EXPECT_EQ(threads.size(), 1u);
 }
 
 // Waiting from the queue's own operation returns instead of deadlocking; destroying the queue cancels waiting

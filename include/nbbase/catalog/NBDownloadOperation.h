@@ -5,9 +5,10 @@
 // no scheme) ends the operation without a result, as does any failed read (see URLSession for what
 // fails). Nothing is logged.
 //
-// Threads: main() blocks the thread it runs on (a worker of the cache's queue) for the transfer, which the
-// session's timeouts bound, then calls listener->onFinish there. cancel() and the getters may be called on
-// any thread; a cancelled operation that has not begun reading returns at once.
+// Threads: main() performs the transfer on the thread it runs on (a worker of the cache's queue; see
+// URLSession::contentsOf), blocking it no longer than the session's timeouts allow, then calls
+// listener->onFinish there. cancel() and the getters may be called on any thread; a cancelled operation
+// that has not begun reading returns at once.
 //
 // Lifetime: the listener is held weakly, so a cache destroyed meanwhile is simply not told. The session
 // must outlive the operation.
@@ -26,8 +27,9 @@ namespace nb {
 class DownloadListener {
 public:
     virtual ~DownloadListener() = default;
-    // The bytes of a completed prefetch, keyed by the URL text as it was queued.
-    virtual void onFinish(const std::string& url, const Data& data) = 0;
+    // The bytes of a completed prefetch, keyed by the URL text as it was queued; handed over, so a listener
+    // that keeps them need not copy them.
+    virtual void onFinish(const std::string& url, Data data) = 0;
 };
 
 class NBDownloadOperation {

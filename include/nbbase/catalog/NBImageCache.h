@@ -34,6 +34,7 @@
 // it. sharedInstance() is created on first use and never destroyed.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -94,6 +95,9 @@ public:
 
     // Prefetches queued or running, for hosts that show progress and for tests.
     [[nodiscard]] std::size_t pendingDownloadCount() const;
+    // Blocks until no prefetch is queued or running, including ones queued meanwhile, or until `timeout`
+    // has passed; answers whether they had all ended. Prefetches that fail count as ended.
+    [[nodiscard]] bool waitForPrefetches(std::chrono::milliseconds timeout);
 
     class Core;  // the memory cache and the listener, shared with downloads in flight
 

@@ -2,9 +2,12 @@
 // (shared()) serves the avatar and the display downloads of images; contentsOf() is the synchronous read
 // of a URL's whole content that the image prefetches make.
 //
-// How it starts: the first task starts one session thread, which runs libcurl's multi interface for every
-// transfer of this session and calls every completion. It needs nothing else: no configuration file, no
-// server of its own. Connections are kept and reused between transfers to the same host.
+// How it works: the first dataTask() starts one session thread, which runs libcurl's multi interface for
+// every dataTask() transfer of this session and calls every completion. contentsOf() instead runs its
+// transfer on the calling thread, so a synchronous read wakes no other thread and no completion holds it
+// up. It needs nothing else: no configuration file, no server of its own. Connections are kept and reused
+// between transfers to the same host: the session thread keeps its own, and each contentsOf() call borrows
+// a set that the next call gets back (a few such sets are kept, for calls running at once).
 //
 // Each transfer:
 // - verifies TLS certificates and host names against the system's trust store (never switched off);
@@ -26,14 +29,16 @@
 // Threads: every function may be called on any thread. dataTask() returns at once; its completion runs
 // later on the session thread, exactly once, never inside the call, and never under a lock of the session's,
 // so it may start further tasks. Options::userAgent runs inside dataTask()/contentsOf() on the caller's
-// thread, possibly on several threads at once. contentsOf() blocks the calling thread until its transfer
-// ends (no longer than the timeouts allow) and must not be called from a completion (the session thread
-// would wait for itself: there it answers a failure at once).
+// thread, possibly on several threads at once. contentsOf() performs its transfer on the calling thread
+// and returns when it ends (no longer than the timeouts allow); many threads may call it at once. It must
+// not be called from a completion, where it would hold up every other transfer of the session: there it
+// answers a failure at once.
 //
 // Lifetime: destroying a session stops and joins its thread; transfers still running are abandoned and
 // their completions destroyed without being called, on the destroying thread. contentsOf() calls still
-// waiting then answer a failure. A completion must not destroy its own session. shared() is created on
-// first use and never destroyed.
+// running give up at once and answer a failure; the destructor waits until they have let go of the
+// session. A completion must not destroy its own session. shared() is created on first use and never
+// destroyed.
 #pragma once
 
 #include <chrono>
@@ -98,7 +103,7 @@ public:
     // An empty completion still runs the transfer (its result is dropped).
     void dataTask(Request request, Completion completion);
 
-    // The transfer of dataTask, waited for on the calling thread.
+    // The transfer of dataTask, performed on the calling thread.
     [[nodiscard]] Response contentsOf(Request request);
 
 private:

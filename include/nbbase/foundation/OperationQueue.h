@@ -2,9 +2,11 @@
 // them in the order they were added. Used where work must be throttled (downloads, image decoding) or
 // cancelled as a batch.
 //
-// Threads: every function may be called on any thread. Operations run on pool threads. The wait functions
-// must not be called from one of this queue's own operations (they would wait for themselves): there they
-// log an error and return at once.
+// Threads: every function may be called on any thread. Operations run on pool threads; when one ends, the
+// next waiting operation runs on the same thread (after the tasks already queued on the pool), so a busy
+// queue does not wake another thread for each operation. The wait functions must not be called from one
+// of this queue's own operations (they would wait for themselves): there they log an error and return at
+// once.
 //
 // Cancellation: an operation cancelled before it starts never runs, and its captures are released at
 // once; an operation that has started is not interrupted (cancel() answers false).
