@@ -45,6 +45,7 @@ public:
     }
 
     nb::NimboSdkManager& bridge() { return bridge_; }
+    nb::NBConfiguration& configuration() { return config_; }
     nb::NBLog& log() { return log_; }
     nb::DispatchQueue& background() { return background_; }
 

@@ -8,22 +8,13 @@
 #include <string>
 #include <string_view>
 
+#include "fuzz/CatalogCollaborators.h"
 #include "nbbase/catalog/GameInfo.h"
 #include "nbbase/foundation/Json.h"
 
 namespace {
 
-void check(bool condition) {
-    if (!condition) std::abort();
-}
-
-struct Collaborators {
-    Collaborators() { log.setLogHandler([](std::int32_t, const std::string&) {}); }
-    nb::NBLog log;
-    nb::NBConfiguration configuration{nullptr, "/nonexistent", {}, {}};
-    nb::NBNetworkCheck network{[] { return nb::NBNetworkCheck::kWired; }};
-    nb::NimboSdkManager bridge{[] { return nullptr; }, {}, configuration, network, log};
-};
+using nbfuzz::check;
 
 // The tag period rules at time 0: a negative start never holds and a positive one has not begun; with no
 // start, anything but a negative end holds (an end alone is compared with the start, 0).
@@ -32,8 +23,8 @@ bool validAtZero(std::int64_t start, std::int64_t end) { return start == 0 && en
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    static Collaborators* const collaborators = new Collaborators();
-    nb::GameInfo game(collaborators->bridge, nb::Localization::sharedInstance(), collaborators->log);
+    auto& collaborators = nbfuzz::CatalogCollaborators::shared();
+    nb::GameInfo game(collaborators.bridge(), nb::Localization::sharedInstance(), collaborators.log());
     const nb::Data bytes(data, data + size);
     const bool parsed = game.parse(bytes);
     const auto decoded = nb::Json::decode(bytes);

@@ -10,22 +10,13 @@
 #include <string>
 #include <vector>
 
+#include "fuzz/CatalogCollaborators.h"
 #include "nbbase/catalog/GameGlobalConfig.h"
 #include "nbbase/foundation/Json.h"
 
 namespace {
 
-void check(bool condition) {
-    if (!condition) std::abort();
-}
-
-struct Collaborators {
-    Collaborators() { log.setLogHandler([](std::int32_t, const std::string&) {}); }
-    nb::NBLog log;
-    nb::NBConfiguration configuration{nullptr, "/nonexistent", {}, {}};
-    nb::NBNetworkCheck network{[] { return nb::NBNetworkCheck::kWired; }};
-    nb::NimboSdkManager bridge{[] { return nullptr; }, {}, configuration, network, log};
-};
+using nbfuzz::check;
 
 constexpr std::int32_t kLevels[] = {0, 1, 2, 3, 4, -1, INT_MIN, INT_MAX};
 const char* const kUnnamed = "\x01 no game has this id";
@@ -39,8 +30,9 @@ std::optional<std::string> firstKey(const nb::Value& table) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    static Collaborators* const collaborators = new Collaborators();
-    nb::GameGlobalConfig config(collaborators->bridge, collaborators->configuration, {}, collaborators->log);
+    auto& collaborators = nbfuzz::CatalogCollaborators::shared();
+    nb::GameGlobalConfig config(collaborators.bridge(), collaborators.configuration(), {}, collaborators.log(),
+                                collaborators.background());
     const nb::Value reply = nb::Json::decode(nb::Data(data, data + size)).value_or(nb::Value());
     config.parse(reply);
     check(config.enableSVip() == (!reply.contains("enable_svip") || reply["enable_svip"].boolValue()));
