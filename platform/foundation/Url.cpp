@@ -43,11 +43,11 @@ std::optional<Url> Url::parse(std::string_view text) {
     auto url = parseOnce(text);
     if (!url || url->text_ == text) return url;
     // libcurl writes some texts it accepts back as texts it refuses or reads otherwise ("file:name" becomes
-    // "file://name", a host named "name"; "file:#x" becomes "file://(nil)#x"). Such a text is refused, so
-    // text() can always be parsed again.
+    // "file://name", a host named "name"; "file:///" becomes "file://(nil)"). Such a text is refused, so
+    // text() always parses again to itself.
     const auto again = parseOnce(url->text_);
-    if (!again || again->scheme_ != url->scheme_ || again->host_ != url->host_ || again->path_ != url->path_ ||
-        again->query_.value_or("") != url->query_.value_or("")) {
+    if (!again || again->text_ != url->text_ || again->scheme_ != url->scheme_ || again->host_ != url->host_ ||
+        again->path_ != url->path_ || again->query_.value_or("") != url->query_.value_or("")) {
         return std::nullopt;
     }
     return url;

@@ -31,6 +31,7 @@ TEST(UrlTest, StrictParsing) {
         {"https://example.com/caf\xc3\xa9.png", false, "", "", ""},
         {"https://example.com/{id}.png", false, "", "", ""},
         {"file:relative/name.png", false, "", "", ""},
+        {"file:/..?", false, "", "", ""},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.text);
