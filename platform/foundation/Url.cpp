@@ -37,14 +37,11 @@ bool mayAppear(unsigned char c) noexcept {
 }  // namespace
 
 std::optional<Url> Url::parse(std::string_view text) {
-    for (const char c : text) {
-        if (!mayAppear(static_cast<unsigned char>(c))) return std::nullopt;
-    }
     auto url = parseOnce(text);
     if (!url || url->text_ == text) return url;
     // libcurl writes some texts it accepts back as texts it refuses or reads otherwise ("file:name" becomes
-    // "file://name", a host named "name"; "file:///" becomes "file://(nil)"). Such a text is refused, so
-    // text() always parses again to itself.
+    // "file://name", a host named "name"; "file:///" becomes "file://(nil)"; "%ec" in a host comes back as
+    // the raw byte). Such a text is refused, so text() always parses again to itself.
     const auto again = parseOnce(url->text_);
     if (!again || again->text_ != url->text_ || again->scheme_ != url->scheme_ || again->host_ != url->host_ ||
         again->path_ != url->path_ || again->query_.value_or("") != url->query_.value_or("")) {
@@ -54,6 +51,9 @@ std::optional<Url> Url::parse(std::string_view text) {
 }
 
 std::optional<Url> Url::parseOnce(std::string_view text) {
+    for (const char c : text) {
+        if (!mayAppear(static_cast<unsigned char>(c))) return std::nullopt;
+    }
     const UrlHandle handle(curl_url());
     if (!handle) return std::nullopt;
     // Any scheme, not only those libcurl can fetch; no blank, no guessed scheme, no added encoding.

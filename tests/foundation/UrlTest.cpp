@@ -32,6 +32,7 @@ TEST(UrlTest, StrictParsing) {
         {"https://example.com/{id}.png", false, "", "", ""},
         {"file:relative/name.png", false, "", "", ""},
         {"file:/..?", false, "", "", ""},
+        {"s:/host%ecname/x", false, "", "", ""},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.text);

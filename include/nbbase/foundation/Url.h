@@ -43,7 +43,7 @@ public:
 
 private:
     Url() = default;
-    // libcurl's reading alone, without the write-back check.
+    // The character check and libcurl's reading, without the write-back check.
     static std::optional<Url> parseOnce(std::string_view text);
 
     std::string text_;
