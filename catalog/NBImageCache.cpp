@@ -6,7 +6,6 @@
 
 #include <cstdio>
 #include <mutex>
-#include <shared_mutex>
 #include <unordered_map>
 #include <utility>
 
@@ -53,14 +52,14 @@ public:
     explicit Core(DispatchQueue& mainQueue) : mainQueue_(mainQueue) {}
 
     std::shared_ptr<const Data> lookup(const std::string& url) const {
-        std::shared_lock lock(cacheMutex_);
+        std::lock_guard lock(cacheMutex_);
         const auto it = entries_.find(url);
         return it == entries_.end() ? nullptr : it->second.bytes;
     }
 
     // The validators of a cached picture, for a conditional request; none when nothing is cached.
     std::pair<std::optional<std::string>, std::optional<std::string>> validators(const std::string& url) const {
-        std::shared_lock lock(cacheMutex_);
+        std::lock_guard lock(cacheMutex_);
         const auto it = entries_.find(url);
         if (it == entries_.end()) return {};
         return {it->second.etag, it->second.lastModified};
@@ -70,7 +69,7 @@ public:
                std::optional<std::string> lastModified = {}) {
         Entry entry{std::move(bytes), std::move(etag), std::move(lastModified)};
         {
-            std::unique_lock lock(cacheMutex_);
+            std::lock_guard lock(cacheMutex_);
             std::swap(entries_[url], entry);
         }
         // `entry` now holds what it replaced: the bytes are released here, not under the lock, since
@@ -103,7 +102,7 @@ private:
         std::optional<std::string> lastModified;
     };
 
-    mutable std::shared_mutex cacheMutex_;
+    mutable std::mutex cacheMutex_;
     std::unordered_map<std::string, Entry> entries_;  // guarded by cacheMutex_
 
     DispatchQueue& mainQueue_;
