@@ -28,6 +28,11 @@ void NBEventCenter::removeListener(const void* listener, const std::optional<std
     center_->removeObserver(listener, name, object);
 }
 
+void NBEventCenter::removeListener(const ObserverToken& token, const std::optional<std::string>& name,
+                                   const EventObject& object) {
+    center_->removeObserver(token, name, object);
+}
+
 void NBEventCenter::postEvent(Notification notification) {
     // Matching happens when the task runs, on the main thread. The task holds the centre weakly: queued
     // events of a destroyed event centre have nowhere to go.

@@ -40,6 +40,18 @@ struct NotificationCenter::Registration {
                !notification.object.owner_before(sender);
     }
 
+    // Whether a removal for `filterName` (nullopt: any name) and `filterSender` (null: any sender) covers
+    // this registration: a given name or sender removes only registrations made for that same one.
+    bool coveredBy(const std::optional<std::string>& filterName, const EventObject& filterSender) const {
+        if (filterName && name != filterName) {
+            return false;
+        }
+        if (filterSender == nullptr) {
+            return true;
+        }
+        return filtersSender && !sender.owner_before(filterSender) && !filterSender.owner_before(sender);
+    }
+
     // Can never be called again: its observer or its sender filter is gone.
     bool stale() const {
         return (observer != nullptr && observerLife.expired()) || (filtersSender && sender.expired());
@@ -156,14 +168,16 @@ void NotificationCenter::removeObserver(const void* observer, const std::optiona
     if (observer == nullptr) {
         return;
     }
+    removeIf([&](const Registration& r) { return r.observer == observer && r.coveredBy(name, object); });
+}
+
+void NotificationCenter::removeObserver(const ObserverToken& token, const std::optional<std::string>& name,
+                                        const EventObject& object) {
+    if (token.id_ == 0) {
+        return;
+    }
     removeIf([&](const Registration& r) {
-        if (r.observer != observer || (name && r.name != name)) {
-            return false;
-        }
-        if (object == nullptr) {
-            return true;
-        }
-        return r.filtersSender && !r.sender.owner_before(object) && !object.owner_before(r.sender);
+        return r.id == token.id_ && r.observer == nullptr && r.coveredBy(name, object);
     });
 }
 

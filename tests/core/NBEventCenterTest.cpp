@@ -81,6 +81,38 @@ TEST_F(NBEventCenterTest, ContextBecomesUserInfoAndNilStaysAbsent) {
     center_.removeListener(token);
 }
 
+// A token with a name and a sender removes its block only when the registration was made for that name and
+// sender; a listener or another block with the same filters is never touched.
+TEST_F(NBEventCenterTest, TokenRemovedByNameAndSenderOnlyWhenItsRegistrationMatches) {
+    const auto s1 = std::make_shared<int>(1), s2 = std::make_shared<int>(2);
+    using Name = std::optional<std::string>;
+    const struct { Name name; EventObject sender; Name removeName; EventObject removeSender; bool stays; } cases[] = {
+        {"a", s1, "a", s1, false},
+        {"a", s1, "a", nullptr, false},
+        {"a", s1, std::nullopt, nullptr, false},
+        {"a", s1, "b", s1, true},
+        {"a", s1, "a", s2, true},
+        {"a", nullptr, "a", s1, true},
+        {std::nullopt, s1, "a", s1, true},
+    };
+    for (const auto& c : cases) {
+        const auto token = center_.addEventListenerForName(c.name, c.sender, nullptr,
+                                                           [&](const Notification&) { log_.push_back("token"); });
+        const auto other = center_.addEventListenerForName(c.name, c.sender, nullptr,
+                                                           [&](const Notification&) { log_.push_back("other"); });
+        auto target = std::make_shared<Recorder>(log_, "target");
+        center_.addEventListener(target, &Recorder::onEvent, c.name, c.sender);
+        center_.removeListener(token, c.removeName, c.removeSender);
+        center_.postEventName("a", s1);
+        queue_.drain();
+        const Log expected = c.stays ? Log{"token", "other", "target:a"} : Log{"other", "target:a"};
+        EXPECT_EQ(take(), expected) << c.name.value_or("*") << "/" << c.sender.get() << " removed by "
+                                    << c.removeName.value_or("*") << "/" << c.removeSender.get();
+        for (const auto& t : {token, other}) center_.removeListener(t);
+        center_.removeListener(target.get());
+    }
+}
+
 TEST_F(NBEventCenterTest, PostInsideListenerIsDeliveredAfterTheCurrentEvent) {
     auto poster = std::make_shared<int>(0);
     center_.addEventListener(poster, [&](int&, const Notification&) {

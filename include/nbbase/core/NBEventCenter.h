@@ -54,9 +54,15 @@ public:
                                                         std::shared_ptr<OperationQueue> queue,
                                                         NotificationCenter::Block usingBlock);
 
+    // Every registration of the listener (its address, `this` inside it), or the token's block.
     void removeListener(const void* listener);
     void removeListener(const ObserverToken& token);
+    // Only the registrations made for exactly this name (nullopt: any name) and this sender (null: any
+    // sender): one made for every name is not removed by a given name, nor one made for every sender by a
+    // given sender. With a token, its block is removed when its registration matches and otherwise stays.
     void removeListener(const void* listener, const std::optional<std::string>& name, const EventObject& object);
+    void removeListener(const ObserverToken& token, const std::optional<std::string>& name,
+                        const EventObject& object);
 
     void postEvent(Notification notification);
     // An event without context: its userInfo is absent.

@@ -105,6 +105,10 @@ public:
     // sender). A registration made for every name is not removed by a given name, nor one made for every
     // sender by a given sender.
     void removeObserver(const void* observer, const std::optional<std::string>& name, const EventObject& object);
+    // The token's block registration under the same rule: removed only if it was made for this name and
+    // this sender (or the removal gives nullopt / null for them); otherwise it stays registered.
+    void removeObserver(const ObserverToken& token, const std::optional<std::string>& name,
+                        const EventObject& object);
 
     void postNotification(const Notification& notification);
     void postNotificationName(std::string name, EventObject object, Value userInfo = {});
