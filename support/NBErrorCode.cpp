@@ -126,9 +126,8 @@ NBErrorCode::NBErrorCode(const Localization& localization)
 std::span<const NBErrorCode::Pattern> NBErrorCode::englishErrorCodeTable() { return kTable; }
 
 void NBErrorCode::initializeErrorCodeTable() {
-    errorCodeTable_.clear();
-    pairs_.clear();
-    for (auto& level : byQuotient_) level.clear();
+    // Built aside, outside the lock (gettext is the slow part), then published whole.
+    auto table = std::make_shared<Table>();
 
     // The lookup works on numbers, not on formatted keys: decimal without leading zeros is one-to-one with
     // the numbers, so matching (code / 100) against 201 is matching "%ld**" against "201**", without
@@ -139,25 +138,40 @@ void NBErrorCode::initializeErrorCodeTable() {
         [[maybe_unused]] const bool valid = parsePattern(entry.pattern, parsed);
         assert(valid && "malformed error code pattern");
         if (parsed.level < 0) {
-            pairs_.emplace_back(std::pair{parsed.number, parsed.subCode}, message);
+            table->pairs.emplace_back(std::pair{parsed.number, parsed.subCode}, message);
         } else {
-            byQuotient_[parsed.level].emplace_back(parsed.number, message);
+            table->byQuotient[parsed.level].emplace_back(parsed.number, message);
         }
-        errorCodeTable_.emplace(std::string(entry.pattern), std::move(message));
+        table->errorCodeTable.emplace(std::string(entry.pattern), std::move(message));
     }
     auto byKey = [](const auto& a, const auto& b) { return a.first < b.first; };
-    std::sort(pairs_.begin(), pairs_.end(), byKey);
-    for (auto& level : byQuotient_) std::sort(level.begin(), level.end(), byKey);
+    std::sort(table->pairs.begin(), table->pairs.end(), byKey);
+    for (auto& level : table->byQuotient) std::sort(level.begin(), level.end(), byKey);
+
+    std::shared_ptr<const Table> previous;
+    {
+        const std::lock_guard lock(mutex_);
+        previous = std::exchange(table_, std::move(table));
+    }
+    // `previous` is released here, outside the lock; lookups still holding it keep it alive.
 }
 
+std::shared_ptr<const NBErrorCode::Table> NBErrorCode::table() const {
+    const std::lock_guard lock(mutex_);
+    return table_;
+}
+
+std::map<std::string, std::string> NBErrorCode::errorCodeTable() const { return table()->errorCodeTable; }
+
 std::string NBErrorCode::queryErrorMessage(std::int64_t code, std::int64_t subCode) const {
+    const std::shared_ptr<const Table> table = this->table();
     if (subCode != 0) {
-        if (const std::string* message = findIn(pairs_, std::pair{code, subCode})) return *message;
+        if (const std::string* message = findIn(table->pairs, std::pair{code, subCode})) return *message;
     }
     // Narrowest first; C++ division truncates toward zero, as the patterns expect (-5 / 10 is 0).
     constexpr std::int64_t kDivisors[] = {1, 10, 100, 1000};
     for (int level = 0; level < 4; ++level) {
-        if (const std::string* message = findIn(byQuotient_[level], code / kDivisors[level])) return *message;
+        if (const std::string* message = findIn(table->byQuotient[level], code / kDivisors[level])) return *message;
     }
     return localization_.localizedString(unknownId_);
 }

@@ -1,7 +1,9 @@
 #include "nbbase/support/NBErrorCode.h"
 
+#include <atomic>
 #include <climits>
 #include <fstream>
+#include <thread>
 
 #include <gtest/gtest.h>
 
@@ -56,6 +58,29 @@ TEST(NBErrorCode, FormatsModuleFirstAndRefusesUnsafeFormats) {
         EXPECT_FALSE(NBErrorCode::isSafeCodeFormat(unsafe)) << unsafe;
 }
 
+// Lookups racing rebuilds always see one whole table (run under ThreadSanitizer to catch a torn swap).
+TEST(NBErrorCode, RebuildWhileOtherThreadsLookUp) {
+    NBErrorCode catalogue;
+    std::atomic<bool> done{false};
+    std::atomic<int> mismatches{0};
+    std::vector<std::thread> readers;
+    for (int r = 0; r < 3; ++r) {
+        readers.emplace_back([&] {
+            // At least one pass even if the rebuilds finish first.
+            do {
+                for (const Case& c : kCases) {
+                    if (catalogue.queryErrorMessage(c.code, c.subCode) != c.message) ++mismatches;
+                }
+                if (catalogue.errorCodeTable().size() != 39u) ++mismatches;
+            } while (!done.load());
+        });
+    }
+    for (int i = 0; i < 200; ++i) catalogue.initializeErrorCodeTable();
+    done = true;
+    for (auto& reader : readers) reader.join();
+    EXPECT_EQ(mismatches.load(), 0);
+}
+
 // Runs nbtest_errorcode in C.UTF-8 plus `extra`, answering its output lines.
 std::vector<std::string> runTool(const std::vector<std::string>& arguments, std::vector<std::string> environment) {
     environment.insert(environment.begin(), "LC_ALL=C.UTF-8");
@@ -71,6 +96,19 @@ TEST(NBErrorCodeInChild, EveryMessageIsTranslatedToChinese) {
               (std::vector<std::string>{"游戏正在维护中", "错误码:3-20403-22017", "发生未知错误", "错误码:1-99999-0"}));
     EXPECT_EQ(runTool({"20403", "22017", "3"}, {}),
               (std::vector<std::string>{kMaintenance, "Error Code:3-20403-22017"}));
+}
+
+// A language change reaches the per-call texts at once and the table only once the host refreshes it.
+TEST(NBErrorCodeInChild, RefreshFollowsLanguageChange) {
+    const auto table = NBErrorCode::englishErrorCodeTable();
+    const auto lines = runTool({"20403", "22017", "3", "--language", "zh_CN", "20403", "22017", "3", "99999", "0", "1",
+                                "--refresh", "20403", "22017", "3", "--table"},
+                               {});
+    ASSERT_EQ(lines.size(), 8 + table.size());
+    EXPECT_EQ(std::vector(lines.begin(), lines.begin() + 8),
+              (std::vector<std::string>{kMaintenance, "Error Code:3-20403-22017", kMaintenance, "错误码:3-20403-22017",
+                                        "发生未知错误", "错误码:1-99999-0", "游戏正在维护中", "错误码:3-20403-22017"}));
+    for (std::size_t i = 0; i < table.size(); ++i) EXPECT_NE(lines[8 + i], table[i].message) << table[i].pattern;
 }
 
 TEST(NBErrorCodeInChild, UnsafeTranslatedFormatFallsBackToEnglish) {

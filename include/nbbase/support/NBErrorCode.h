@@ -7,12 +7,14 @@
 // then code/10, code/100 and code/1000 as wildcards (signed division, truncating toward zero), and
 // answers the first message found, else the localised "Unknown error occurred".
 //
-// Language: the table's messages are localised once, when the instance is built, so they stay in the
-// language in force then. The unknown-code text and the code format are localised afresh on every call.
+// Language: the table's messages are localised when the instance is built and again only when
+// initializeErrorCodeTable() is called, so they stay in the language in force at the last build. The
+// unknown-code text and the code format are localised afresh on every call.
 //
-// Threads: the table is immutable after construction, so every const member may be called on any thread
-// at once without locking. Nothing blocks except the gettext lookups, which are process-wide and
-// thread-safe. No function throws; there are no error results.
+// Threads: every member may be called on any thread at once. The table is an immutable snapshot; a rebuild
+// makes a whole new one and swaps it in under a short lock, so a lookup running meanwhile answers from the
+// old table or the new one, never from a mix. Nothing else blocks except the gettext lookups, which are
+// process-wide and thread-safe. No function throws; there are no error results.
 //
 // Lifetime: the Localization passed in must outlive the instance. sharedInstance() uses
 // Localization::sharedInstance(), is created on first use and never destroyed.
@@ -21,6 +23,8 @@
 #include <atomic>
 #include <cstdint>
 #include <map>
+#include <memory>
+#include <mutex>
 #include <span>
 #include <string>
 #include <string_view>
@@ -57,8 +61,14 @@ public:
     // ignored, with one error logged, and the English format used.
     [[nodiscard]] std::string formatErrorCode(std::int64_t code, std::int64_t subCode, std::int64_t module) const;
 
-    // Pattern -> localised message, as built at construction.
-    const std::map<std::string, std::string>& errorCodeTable() const { return errorCodeTable_; }
+    // Rebuilds the table in the language in force now and swaps it in whole. A host that changes the
+    // user's language calls this afterwards so that the shared catalogue follows. With glibc, changing
+    // language is setting LANGUAGE or LC_* and calling setlocale(LC_ALL, "") again, which also makes
+    // gettext forget its earlier answers. Lookups may run on other threads meanwhile (see above).
+    void initializeErrorCodeTable();
+
+    // A copy of the table in force: pattern -> localised message.
+    std::map<std::string, std::string> errorCodeTable() const;
 
     // The table as written, in the order it is built.
     static std::span<const Pattern> englishErrorCodeTable();
@@ -72,14 +82,20 @@ private:
     template <typename Key>
     using Level = std::vector<std::pair<Key, std::string>>;
 
-    void initializeErrorCodeTable();
+    // One build of the catalogue; never changed once published.
+    struct Table {
+        std::map<std::string, std::string> errorCodeTable;
+        Level<std::pair<std::int64_t, std::int64_t>> pairs;  // "code-subCode"
+        Level<std::int64_t> byQuotient[4];                   // "code", "code/10*", "code/100**", "code/1000***"
+    };
+
+    std::shared_ptr<const Table> table() const;
 
     const Localization& localization_;
     const std::string unknownId_;     // kUnknownMessage, kept as a string so a lookup does not build one
     const std::string codeFormatId_;  // kCodeFormat, likewise
-    std::map<std::string, std::string> errorCodeTable_;
-    Level<std::pair<std::int64_t, std::int64_t>> pairs_;  // "code-subCode"
-    Level<std::int64_t> byQuotient_[4];                   // "code", "code/10*", "code/100**", "code/1000***"
+    mutable std::mutex mutex_;
+    std::shared_ptr<const Table> table_;  // guarded by mutex_; never null after construction
     mutable std::atomic<bool> reportedBadFormat_{false};
 };
 
