@@ -144,13 +144,19 @@ void UserDefaults::open() {
             syncFolder(folder_.parent_path());
         }
     }
-    // Create the file ourselves so that its mode never depends on the umask.
+    // Create the file ourselves so that its mode never depends on the umask. Only a missing file is
+    // opened here: closing any descriptor of a file drops every POSIX lock this process holds on it,
+    // including those of SQLite connections of other instances on the suite, and a connection that
+    // silently lost its shared lock lets another process take the database for unused, checkpoint it
+    // and reset its WAL under this one (disk I/O errors, lost writes).
     bool existed = std::filesystem::exists(databasePath_, ec);
-    int fd = ::open(databasePath_.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, kFileMode);
+    int fd = existed ? -1
+                     : ::open(databasePath_.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, kFileMode);
     if (fd >= 0) {
         ::close(fd);
-        if (!existed) syncFolder(folder_);
+        syncFolder(folder_);
     }
+    if (fd < 0) existed = std::filesystem::exists(databasePath_, ec);  // another instance may have created it
     if (fd >= 0 || existed) {
         ensurePrivateMode(databasePath_);
         ensurePrivateMode(databasePath_.string() + "-wal");
