@@ -331,14 +331,15 @@ std::optional<std::string> NBConfiguration::supplyId() const { return stringOf("
 void NBConfiguration::checkSupplyId() {
     const auto defaults = userDefaults();
     if (!defaults) return;
-    std::lock_guard lock(supplyIdMutex_);
+    // Once decided the key is always there: answer without opening a write transaction.
     if (!defaults->objectForKey("supplyId").isAbsent()) return;
     std::string channel = "nimbo";
     if (const auto bundle = mainBundle()) {
         const std::string* named = bundle->objectForInfoDictionaryKey("NIMBODistributionChannel").asString();
         if (named != nullptr && !named->empty()) channel = *named;
     }
-    (void)defaults->setString(std::move(channel), "supplyId");
+    // Another handle or process may have decided meanwhile; its channel then stays.
+    (void)defaults->setObjectIfAbsent(Value(std::move(channel)), "supplyId");
 }
 
 // ---- Per game ----

@@ -121,7 +121,7 @@ void UserDefaults::logSqliteError(const char* what, int rc) const {
 }
 
 void UserDefaults::closeConnection() {
-    for (sqlite3_stmt** s : {&selectStatement_, &upsertStatement_, &deleteStatement_}) {
+    for (sqlite3_stmt** s : {&selectStatement_, &upsertStatement_, &deleteStatement_, &insertIfAbsentStatement_}) {
         sqlite3_finalize(*s);
         *s = nullptr;
     }
@@ -144,13 +144,19 @@ void UserDefaults::open() {
             syncFolder(folder_.parent_path());
         }
     }
-    // Create the file ourselves so that its mode never depends on the umask.
+    // Create the file ourselves so that its mode never depends on the umask. Only a missing file is
+    // opened here: closing any descriptor of a file drops every POSIX lock this process holds on it,
+    // including those of SQLite connections of other instances on the suite, and a connection that
+    // silently lost its shared lock lets another process take the database for unused, checkpoint it
+    // and reset its WAL under this one (disk I/O errors, lost writes).
     bool existed = std::filesystem::exists(databasePath_, ec);
-    int fd = ::open(databasePath_.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, kFileMode);
+    int fd = existed ? -1
+                     : ::open(databasePath_.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, kFileMode);
     if (fd >= 0) {
         ::close(fd);
-        if (!existed) syncFolder(folder_);
+        syncFolder(folder_);
     }
+    if (fd < 0) existed = std::filesystem::exists(databasePath_, ec);  // another instance may have created it
     if (fd >= 0 || existed) {
         ensurePrivateMode(databasePath_);
         ensurePrivateMode(databasePath_.string() + "-wal");
@@ -231,7 +237,10 @@ bool UserDefaults::prepareStatements() {
             (sqlite3_prepare_v3(db_, "INSERT OR REPLACE INTO preferences (key, value) VALUES (?1, ?2)", -1,
                                 SQLITE_PREPARE_PERSISTENT, &upsertStatement_, nullptr) == SQLITE_OK &&
              sqlite3_prepare_v3(db_, "DELETE FROM preferences WHERE key = ?1", -1, SQLITE_PREPARE_PERSISTENT,
-                                &deleteStatement_, nullptr) == SQLITE_OK));
+                                &deleteStatement_, nullptr) == SQLITE_OK &&
+             sqlite3_prepare_v3(db_,
+                                "INSERT INTO preferences (key, value) VALUES (?1, ?2) ON CONFLICT (key) DO NOTHING",
+                                -1, SQLITE_PREPARE_PERSISTENT, &insertIfAbsentStatement_, nullptr) == SQLITE_OK));
 }
 
 bool UserDefaults::moveAsideIfNotADatabase(int errorCode) {
@@ -296,13 +305,14 @@ Value UserDefaults::storedValueLocked(std::string_view key) const {
     return result;
 }
 
-bool UserDefaults::writeLocked(std::string_view key, const std::string* bytes, const char* what) {
-    if (db_ == nullptr || readOnly_ || upsertStatement_ == nullptr) {
+bool UserDefaults::writeLocked(sqlite3_stmt* statement, std::string_view key, const std::string* bytes,
+                               const char* what) {
+    if (db_ == nullptr || readOnly_ || statement == nullptr) {
         NBLog::sharedInstance().log(4, "UserDefaults {}: cannot {} {}: the suite is {}", suiteName_, what, key,
                                     db_ ? "read-only" : "not open");
         return false;
     }
-    sqlite3_stmt* s = bytes ? upsertStatement_ : deleteStatement_;
+    sqlite3_stmt* s = statement;
     sqlite3_bind_text(s, 1, key.data(), static_cast<int>(key.size()), SQLITE_STATIC);
     if (bytes) sqlite3_bind_blob(s, 2, bytes->data(), static_cast<int>(bytes->size()), SQLITE_STATIC);
     // One statement in autocommit mode is one transaction, durable once step answers DONE.
@@ -362,17 +372,30 @@ std::optional<Data> UserDefaults::dataForKey(std::string_view key) const {
     return std::nullopt;
 }
 
-bool UserDefaults::setObject(const Value& value, std::string_view forKey) {
-    if (value.isAbsent()) return removeObjectForKey(forKey);
+std::optional<std::string> UserDefaults::encodedForStoring(const Value& value, std::string_view forKey) const {
     std::optional<Data> encoded = PropertyList::write(value, PropertyList::Format::Binary);
     if (!encoded) {
         NBLog::sharedInstance().log(4, "UserDefaults {}: refused to store {} for {}: not a property-list value",
                                     suiteName_, value.kindName(), forKey);
-        return false;
+        return std::nullopt;
     }
-    std::string bytes(encoded->begin(), encoded->end());
+    return std::string(encoded->begin(), encoded->end());
+}
+
+bool UserDefaults::setObject(const Value& value, std::string_view forKey) {
+    if (value.isAbsent()) return removeObjectForKey(forKey);
+    const std::optional<std::string> bytes = encodedForStoring(value, forKey);
+    if (!bytes) return false;
     std::lock_guard lock(mutex_);
-    return writeLocked(forKey, &bytes, "store");
+    return writeLocked(upsertStatement_, forKey, &*bytes, "store");
+}
+
+bool UserDefaults::setObjectIfAbsent(const Value& value, std::string_view forKey) {
+    const std::optional<std::string> bytes = encodedForStoring(value, forKey);
+    if (!bytes) return false;
+    std::lock_guard lock(mutex_);
+    // The statement inserts nothing when the key exists; the row count tells whether this call won.
+    return writeLocked(insertIfAbsentStatement_, forKey, &*bytes, "store") && sqlite3_changes(db_) == 1;
 }
 
 bool UserDefaults::setInteger(std::int64_t value, std::string_view forKey) {
@@ -389,7 +412,7 @@ bool UserDefaults::setString(std::string value, std::string_view forKey) {
 
 bool UserDefaults::removeObjectForKey(std::string_view key) {
     std::lock_guard lock(mutex_);
-    return writeLocked(key, nullptr, "remove");
+    return writeLocked(deleteStatement_, key, nullptr, "remove");
 }
 
 void UserDefaults::registerDefaults(const Value& dictionary) {

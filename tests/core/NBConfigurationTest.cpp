@@ -1,11 +1,15 @@
 #include "nbbase/core/NBConfiguration.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <latch>
 #include <memory>
 #include <string>
 #include <thread>
@@ -14,6 +18,7 @@
 #include "ErrorLog.h"
 #include "TempDir.h"
 #include "nbbase/foundation/PropertyList.h"
+#include "tests/foundation/ChildProcess.h"
 
 namespace nb {
 namespace {
@@ -43,6 +48,27 @@ protected:
         const auto bytes = PropertyList::write(root, format);
         ASSERT_TRUE(bytes);
         writeFile(std::string(bytes->begin(), bytes->end()));
+    }
+
+    // Runs `race` on a fresh suite `rounds` times. Each time the channel that stays must be one of
+    // `channels`, and every channel the racers read back (one per entry of `channels`) must be that one.
+    void expectEveryReaderAgrees(int rounds, const std::vector<std::string>& channels,
+                                 const std::function<std::vector<std::string>()>& race) {
+        const auto defaults = suite();
+        int disagreeing = 0;
+        std::string first;
+        for (int round = 0; round < rounds; ++round) {
+            ASSERT_TRUE(defaults->removePersistentDomain());
+            const std::vector<std::string> readings = race();
+            const Opt stays = defaults->stringForKey("supplyId");
+            ASSERT_TRUE(stays && std::count(channels.begin(), channels.end(), *stays) == 1) << stays.value_or("(nil)");
+            ASSERT_EQ(readings.size(), channels.size());
+            for (const std::string& reading : readings) {
+                if (reading == *stays) continue;
+                if (disagreeing++ == 0) first = "round " + std::to_string(round) + ": read " + reading;
+            }
+        }
+        EXPECT_EQ(disagreeing, 0) << first << ", not the channel that stays";
     }
 
     nbtest::TempDir dir_{"nbconfig"};
@@ -199,6 +225,68 @@ TEST_F(NBConfigurationTest, SupplyIdIsDecidedOnceFromTheBundle) {
         config_->checkSupplyId();
         EXPECT_EQ(config_->supplyId(), expected);
     }
+}
+
+// The application, its plug-ins and nbctl each hold their own handle on the suite, with bundles that may
+// name different channels; a first launch they race must still decide one channel for good.
+TEST_F(NBConfigurationTest, HandlesRacingOnAFreshSuiteAllReadTheSupplyIdThatStays) {
+    const std::vector<std::string> channels = {"c0", "c1", "c2", "c3", "c4", "c5"};
+    std::vector<std::unique_ptr<NBConfiguration>> handles;
+    for (const std::string& channel : channels) {
+        auto bundle =
+            std::make_shared<const MainBundle>(Value::dictionary({{"NIMBODistributionChannel", channel}}), home_);
+        handles.push_back(std::make_unique<NBConfiguration>(
+            suite(), home_, [bundle] { return bundle; }, [] { return std::vector<std::string>{}; }));
+    }
+    expectEveryReaderAgrees(100, channels, [&] {
+        std::vector<std::string> readings(handles.size());
+        std::latch start(static_cast<std::ptrdiff_t>(handles.size()));
+        std::vector<std::thread> threads;
+        for (std::size_t i = 0; i < handles.size(); ++i) {
+            threads.emplace_back([&, i] {
+                start.arrive_and_wait();
+                handles[i]->checkSupplyId();
+                readings[i] = handles[i]->supplyId().value_or("(nil)");
+            });
+        }
+        for (std::thread& thread : threads) thread.join();
+        return readings;
+    });
+}
+
+// The same race between processes. Each child opens the suite, says "ready" and blocks on a pipe; closing
+// the pipe's write end releases all of them at once.
+TEST_F(NBConfigurationTest, ProcessesRacingOnAFreshSuiteAllReadTheSupplyIdThatStays) {
+    const std::vector<std::string> channels = {"p0", "p1", "p2", "p3"};
+    const std::string tool = std::string(NBBASE_TEST_TOOLS_DIR) + "/nbtest_supply_child";
+    expectEveryReaderAgrees(12, channels, [&] {
+        std::vector<std::string> readings;
+        int gate[2];
+        if (::pipe2(gate, O_CLOEXEC) != 0) return readings;
+        // Only the read end is inherited, so the children see end of file once the test closes its end.
+        (void)::fcntl(gate[0], F_SETFD, 0);
+        std::vector<test::ChildProcess> children;
+        for (const std::string& channel : channels) {
+            children.push_back(test::ChildProcess::start(
+                {tool, (dir_.path() / "prefs").string(), home_.string(), channel, std::to_string(gate[0])}));
+        }
+        ::close(gate[0]);
+        for (test::ChildProcess& child : children) {
+            for (std::string line; (line = child.readLine()) != "ready" && !line.empty();) {
+            }
+        }
+        ::close(gate[1]);
+        for (test::ChildProcess& child : children) {
+            const std::string output = child.readAll();
+            const int status = child.wait();
+            const auto at = output.find("supplyId=");
+            const auto start = at + std::string_view("supplyId=").size();
+            readings.push_back(status == 0 && at != std::string::npos
+                                   ? output.substr(start, output.find('\n', start) - start)
+                                   : "exit status " + std::to_string(status) + ": " + output);
+        }
+        return readings;
+    });
 }
 
 TEST_F(NBConfigurationTest, UserProfileDropsTopLevelNullsOnly) {

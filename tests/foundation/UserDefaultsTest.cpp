@@ -131,6 +131,31 @@ TEST_F(UserDefaultsTest, NullIsRefusedAbsentRemovesAndSuitesAreListed) {
     EXPECT_TRUE(UserDefaults::persistentDomainNames(root_ / "missing").empty());
 }
 
+// Only a stored value blocks a set-if-absent: a registered default does not, and a refused value or a
+// suite that is not open stores nothing.
+TEST_F(UserDefaultsTest, SetIfAbsentStoresOnlyIntoAKeyWithNoStoredValue) {
+    nbtest::ErrorLog errors;
+    UserDefaults defaults("Suite", folder_), unopened("", folder_);
+    defaults.registerDefaults(Value::dictionary({{"registered", "default"}}));
+    ASSERT_TRUE(defaults.setString("first", "stored"));
+    const struct {
+        UserDefaults* suite;
+        const char* key;
+        Value value;
+        bool stores;
+        Value after;
+    } cases[] = {{&defaults, "unset", "mine", true, "mine"},      {&defaults, "stored", "mine", false, "first"},
+                 {&defaults, "registered", 7, true, 7},           {&defaults, "null", Value::null(), false, Value()},
+                 {&defaults, "absent", Value(), false, Value()}, {&unopened, "unset", "mine", false, Value()}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.key);
+        EXPECT_EQ(c.suite->setObjectIfAbsent(c.value, c.key), c.stores);
+        EXPECT_EQ(c.suite->objectForKey(c.key), c.after);
+    }
+    EXPECT_EQ(errors.count("refused"), 2);
+    EXPECT_EQ(errors.count("not open"), 1);
+}
+
 TEST_F(UserDefaultsTest, FilesArePrivateWhateverTheUmask) {
     const mode_t old = ::umask(0);
     UserDefaults defaults("Suite", folder_);

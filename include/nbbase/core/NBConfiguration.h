@@ -161,9 +161,12 @@ public:
     // language. setLanguage stores a one-element array; nullopt does nothing.
     std::optional<std::string> language() const;
     void setLanguage(const std::optional<std::string>& value);
-    // The distribution channel, decided by the first checkSupplyId() on this suite: the bundle's
-    // "NIMBODistributionChannel" when it is a non-empty string, else "nimbo". A stored value is never
-    // replaced, so a later bundle does not change it.
+    // The distribution channel, decided by the first checkSupplyId() on this suite in any process: the
+    // bundle's "NIMBODistributionChannel" when it is a non-empty string, else "nimbo". A stored value is
+    // never replaced, so a later bundle does not change it. The decision is one atomic set-if-absent on
+    // the suite (UserDefaults::setObjectIfAbsent): when handles or processes with different bundles race
+    // on a fresh suite, one channel is stored, and once a checkSupplyId() has returned every supplyId()
+    // answers that channel.
     std::optional<std::string> supplyId() const;
     void checkSupplyId();
 
@@ -295,9 +298,6 @@ private:
 
     mutable std::mutex defaultsMutex_;
     std::shared_ptr<UserDefaults> userDefaults_;  // guarded by defaultsMutex_
-
-    // Serialises checkSupplyId so that two threads of this process cannot both find the key unset.
-    std::mutex supplyIdMutex_;
 
     mutable std::mutex fieldsMutex_;
     Fields fields_;  // guarded by fieldsMutex_

@@ -90,6 +90,12 @@ public:
     bool setFloat(float value, std::string_view forKey);
     bool setString(std::string value, std::string_view forKey);
     bool removeObjectForKey(std::string_view key);
+    // Stores value only when the suite holds none for the key (a registered default does not count),
+    // in one SQLite statement: of any threads and processes racing on an unset key exactly one stores,
+    // and every read after its commit answers the winner's value. True when this call stored the value;
+    // false when a value was already stored (left unchanged), and false with a logged error when the
+    // value cannot be a property list (absent and null included) or the suite cannot be written.
+    bool setObjectIfAbsent(const Value& value, std::string_view forKey);
 
     // Merges a dictionary into this instance's registered defaults (a later registration of a key
     // replaces the earlier one). Anything but a dictionary is ignored with a logged error.
@@ -122,7 +128,9 @@ private:
     bool moveAsideIfNotADatabase(int errorCode);
     bool prepareStatements();
     Value storedValueLocked(std::string_view key) const;
-    bool writeLocked(std::string_view key, const std::string* bytes, const char* what);
+    // The property-list bytes stored for value, or nullopt (logged) when it cannot be stored.
+    std::optional<std::string> encodedForStoring(const Value& value, std::string_view forKey) const;
+    bool writeLocked(sqlite3_stmt* statement, std::string_view key, const std::string* bytes, const char* what);
     void logSqliteError(const char* what, int rc) const;
 
     const std::string suiteName_;
@@ -135,6 +143,7 @@ private:
     sqlite3_stmt* selectStatement_ = nullptr;   // guarded by mutex_
     sqlite3_stmt* upsertStatement_ = nullptr;   // guarded by mutex_
     sqlite3_stmt* deleteStatement_ = nullptr;   // guarded by mutex_
+    sqlite3_stmt* insertIfAbsentStatement_ = nullptr;  // guarded by mutex_
     Value::Dictionary registered_;          // guarded by mutex_
     mutable std::unordered_map<std::string, CachedValue, KeyHash, std::equal_to<>> decoded_;  // guarded by mutex_
 };
