@@ -37,7 +37,24 @@ const std::vector<std::string>& keys() {
 
 // ---- Lookups under contention ----
 
-// Threads 0-3 look up, threads 4 and 5 store: ->Threads(6).
+// The loop both sides run, so that they measure the same work: threads 0-3 look up, threads 4 and 5 store
+// (->Threads(6)), each over the same keys.
+template <typename Store, typename Lookup>
+void readWhileStoring(benchmark::State& state, Store store, Lookup lookup) {
+    const bool writer = state.thread_index() >= 4;
+    const nb::Data bytes(1024, 9);
+    std::size_t i = static_cast<std::size_t>(state.thread_index()) * 31;
+    for (auto _ : state) {
+        const std::string& key = keys()[i++ % kKeys];
+        if (writer) {
+            store(key, bytes);
+        } else {
+            benchmark::DoNotOptimize(lookup(key));
+        }
+    }
+    state.SetItemsProcessed(state.iterations());
+}
+
 void BM_ImgByUrlWhileStoring(benchmark::State& state) {
     static nb::NBImageCache* cache = nullptr;
     static nb::MainQueue* main = nullptr;
@@ -46,18 +63,9 @@ void BM_ImgByUrlWhileStoring(benchmark::State& state) {
         cache = new nb::NBImageCache(nb::URLSession::shared(), nb::Folders::sharedInstance(), *main);
         for (const auto& key : keys()) cache->updateMemoreyCache(key, nb::Data(1024, 7));
     }
-    const bool writer = state.thread_index() >= 4;
-    const nb::Data bytes(1024, 9);
-    std::size_t i = static_cast<std::size_t>(state.thread_index()) * 31;
-    for (auto _ : state) {
-        const std::string& key = keys()[i++ % kKeys];
-        if (writer) {
-            cache->updateMemoreyCache(key, bytes);
-        } else {
-            benchmark::DoNotOptimize(cache->imgByUrl(key));
-        }
-    }
-    state.SetItemsProcessed(state.iterations());
+    readWhileStoring(
+        state, [](const std::string& key, const nb::Data& bytes) { cache->updateMemoreyCache(key, bytes); },
+        [](const std::string& key) { return cache->imgByUrl(key); });
     if (state.thread_index() == 0) {
         delete cache;
         delete main;
@@ -73,26 +81,18 @@ void BM_MutexMapWhileStoring(benchmark::State& state) {
         map = new std::unordered_map<std::string, std::shared_ptr<const nb::Data>>();
         for (const auto& key : keys()) (*map)[key] = std::make_shared<const nb::Data>(1024, 7);
     }
-    const bool writer = state.thread_index() >= 4;
-    const nb::Data bytes(1024, 9);
-    std::size_t i = static_cast<std::size_t>(state.thread_index()) * 31;
-    for (auto _ : state) {
-        const std::string& key = keys()[i++ % kKeys];
-        if (writer) {
+    readWhileStoring(
+        state,
+        [](const std::string& key, const nb::Data& bytes) {
             auto stored = std::make_shared<const nb::Data>(bytes);
             std::lock_guard lock(*mutex);
             (*map)[key] = std::move(stored);
-        } else {
-            std::shared_ptr<const nb::Data> found;
-            {
-                std::lock_guard lock(*mutex);
-                const auto it = map->find(key);
-                if (it != map->end()) found = it->second;
-            }
-            benchmark::DoNotOptimize(found);
-        }
-    }
-    state.SetItemsProcessed(state.iterations());
+        },
+        [](const std::string& key) {
+            std::lock_guard lock(*mutex);
+            const auto it = map->find(key);
+            return it == map->end() ? nullptr : it->second;
+        });
     if (state.thread_index() == 0) {
         delete map;
         delete mutex;
