@@ -330,6 +330,12 @@ double Value::doubleValue() const noexcept {
         storage_);
 }
 
+std::optional<std::string> Value::textValue() const {
+    if (const std::string* text = asString()) return *text;
+    if (isNumber()) return stringValue();
+    return std::nullopt;
+}
+
 std::string Value::stringValue() const {
     return std::visit(
         [](const auto& v) -> std::string {

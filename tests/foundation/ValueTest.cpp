@@ -94,6 +94,16 @@ TEST(ValueConversion, NumbersAndOtherKinds) {
     for (const Conv& c : cases) expectConversions(c);
 }
 
+// nil and "" differ for a reply's text fields: only strings and numbers have a text.
+TEST(ValueConversion, TextValueTellsNilFromEmpty) {
+    EXPECT_EQ(Value("").textValue(), "");
+    EXPECT_EQ(Value(1.5).textValue(), "1.5");
+    EXPECT_EQ(Value(true).textValue(), "1");
+    for (const Value& nil : {Value(), Value::null(), Value::array({"a"}), Value(nb::Data{1})}) {
+        EXPECT_EQ(nil.textValue(), std::nullopt) << nil.description();
+    }
+}
+
 TEST(ValueConversion, UnsignedLongLongValueAndUnsignedKind) {
     // -1 and -1.5 (truncated to -1 first) wrap as a C cast would.
     const std::pair<Value, std::uint64_t> cases[] = {

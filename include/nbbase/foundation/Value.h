@@ -17,6 +17,7 @@
 #include <cstdint>
 #include <initializer_list>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -99,6 +100,9 @@ public:
     // A string as itself; a number in decimal (reals in the shortest form that reads back the same,
     // bools as 1 or 0); any other kind "".
     std::string stringValue() const;
+    // How a reply's text field reads where nil and "" differ: a string as itself, a number as its string
+    // value, nullopt for every other kind (absent, null, data, date, containers).
+    std::optional<std::string> textValue() const;
     // What a "%@" prints: strings as themselves, numbers as their string value, absent as "(null)",
     // null as "<null>", data, dates and containers in a readable form.
     std::string description() const;
