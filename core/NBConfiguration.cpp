@@ -540,6 +540,7 @@ std::string NBConfiguration::gameApiBase() const {
     return isProduction() ? kProductionGameApiBase : kTestGameApiBase;
 }
 std::string NBConfiguration::webApiBase() const { return isProduction() ? kProductionWebBase : kTestWebBase; }
+std::string NBConfiguration::productionWebApiBase() { return kProductionWebBase; }
 std::string NBConfiguration::hostVersion() { return std::to_string(1); }
 
 }  // namespace nb

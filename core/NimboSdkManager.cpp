@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "nbbase/foundation/Json.h"
+#include "nbbase/foundation/Url.h"
 
 namespace nb {
 
@@ -38,28 +39,6 @@ struct Registration {
 Registration& registration() {
     static Registration* const instance = new Registration;
     return *instance;
-}
-
-bool leftAsItIs(unsigned char c) {
-    return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '~' || c == '.' ||
-           c == '-' || c == '_';
-}
-
-std::string percentEncode(const std::string& text) {
-    static constexpr char kHex[] = "0123456789ABCDEF";
-    std::string encoded;
-    encoded.reserve(text.size());
-    for (char c : text) {
-        const auto byte = static_cast<unsigned char>(c);
-        if (leftAsItIs(byte)) {
-            encoded.push_back(c);
-        } else {
-            encoded.push_back('%');
-            encoded.push_back(kHex[byte >> 4]);
-            encoded.push_back(kHex[byte & 0x0F]);
-        }
-    }
-    return encoded;
 }
 
 }  // namespace
@@ -343,7 +322,7 @@ std::optional<std::string> NimboSdkManager::getNimboCommonHeaderEncryptText() {
     if (!sdk) return std::nullopt;
     auto text = sdk->getNimboCommonHeaderEncryptText();
     if (!text) return std::nullopt;
-    return percentEncode(*text);
+    return Url::encodeComponent(*text);
 }
 
 void NimboSdkManager::beaconCommonReport(std::int32_t eventId, std::int32_t eventCode,

@@ -18,4 +18,11 @@ std::string NBUtils::getPayChannel(const MainBundle& bundle) {
     return channel != nullptr && !channel->empty() ? *channel : std::string(NBBASE_DEFAULT_PAY_CHANNEL);
 }
 
+std::string NBUtils::appVersion() {
+    const auto bundle = MainBundle::main();
+    return bundle ? appVersion(*bundle) : std::string();
+}
+
+std::string NBUtils::appVersion(const MainBundle& bundle) { return bundle.shortVersionString(); }
+
 }  // namespace nb

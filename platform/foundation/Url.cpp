@@ -82,13 +82,16 @@ bool Url::isQueryAllowed(unsigned char c) noexcept {
     }
 }
 
-std::string Url::encodeQuery(std::string_view text) {
+namespace {
+
+template <typename Keep>
+std::string percentEncode(std::string_view text, Keep keep) {
     static constexpr char kHex[] = "0123456789ABCDEF";
     std::string out;
     out.reserve(text.size());
     for (const char ch : text) {
         const auto c = static_cast<unsigned char>(ch);
-        if (isQueryAllowed(c)) {
+        if (keep(c)) {
             out.push_back(ch);
         } else {
             out.push_back('%');
@@ -98,5 +101,16 @@ std::string Url::encodeQuery(std::string_view text) {
     }
     return out;
 }
+
+bool isUnreserved(unsigned char c) noexcept {
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '-' || c == '.' ||
+           c == '_' || c == '~';
+}
+
+}  // namespace
+
+std::string Url::encodeQuery(std::string_view text) { return percentEncode(text, &Url::isQueryAllowed); }
+
+std::string Url::encodeComponent(std::string_view text) { return percentEncode(text, &isUnreserved); }
 
 }  // namespace nb

@@ -64,6 +64,8 @@ TEST(UrlTest, QueryEncodingKeepsExactlyTheAllowedSet) {
     EXPECT_EQ(Url::encodeQuery("a%20b"), "a%2520b");
     EXPECT_EQ(Url::encodeQuery("头"), "%E5%A4%B4");
     EXPECT_TRUE(Url::parse(Url::encodeQuery("https://h/a b[1].png")));
+    // A component keeps only what no decoder reads otherwise.
+    EXPECT_EQ(Url::encodeComponent("a+b/c=d&e f~.-_?%"), "a%2Bb%2Fc%3Dd%26e%20f~.-_%3F%25");
 }
 
 }  // namespace

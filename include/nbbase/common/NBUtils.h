@@ -16,6 +16,11 @@ public:
     // (the CMake cache variable NBBASE_DEFAULT_PAY_CHANNEL, "" unless the packager set it).
     static std::string getPayChannel();
     static std::string getPayChannel(const MainBundle& bundle);
+
+    // The application's version as users see it: the main bundle's "CFBundleShortVersionString", "" when
+    // it has none.
+    static std::string appVersion();
+    static std::string appVersion(const MainBundle& bundle);
 };
 
 }  // namespace nb

@@ -255,6 +255,8 @@ public:
     std::string authApiBase() const;
     std::string gameApiBase() const;
     std::string webApiBase() const;
+    // The production web-page base whatever the environment, for pages that exist only there.
+    static std::string productionWebApiBase();
     // Always "1".
     static std::string hostVersion();
 

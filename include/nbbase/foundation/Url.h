@@ -15,6 +15,11 @@
 // in the set, so an already encoded text is encoded a second time ("%20" becomes "%2520"): callers that
 // rely on that (the avatar download) get exactly what they asked for.
 //
+// encodeComponent keeps only the unreserved characters (ASCII letters and digits and -._~) and encodes every
+// other byte the same way. Its output reads back as exactly the input under any decoder: a URL's own, and an
+// HTML form's too, which turns a bare "+" into a blank and splits at "&" and "=". Use it for a value that
+// must survive whoever reads the query (the SDK's header text, the feedback page's values).
+//
 // Threads: stateless functions and an immutable value type; any thread.
 #pragma once
 
@@ -30,6 +35,7 @@ public:
 
     [[nodiscard]] static std::string encodeQuery(std::string_view text);
     [[nodiscard]] static bool isQueryAllowed(unsigned char c) noexcept;
+    [[nodiscard]] static std::string encodeComponent(std::string_view text);
 
     // The whole URL as the parser wrote it back (the scheme in lower case; otherwise as given).
     [[nodiscard]] const std::string& text() const noexcept { return text_; }
