@@ -1,0 +1,70 @@
+#include "nbbase/common/NBDeviceInfo.h"
+
+#include <sys/utsname.h>
+
+#include <fstream>
+#include <string_view>
+
+#if defined(__APPLE__)
+#include <sys/sysctl.h>
+#endif
+
+namespace nb {
+
+namespace {
+
+// os-release values are shell words: optionally quoted, with backslash escapes inside double quotes.
+std::string unquote(std::string_view value) {
+    if (value.size() < 2 || (value.front() != '"' && value.front() != '\'') || value.back() != value.front()) {
+        return std::string(value);
+    }
+    const char quote = value.front();
+    value = value.substr(1, value.size() - 2);
+    std::string out;
+    for (std::size_t i = 0; i < value.size(); ++i) {
+        if (quote == '"' && value[i] == '\\' && i + 1 < value.size()) ++i;
+        out.push_back(value[i]);
+    }
+    return out;
+}
+
+std::string systemVersion() {
+#if defined(__APPLE__)
+    char version[64] = {};
+    std::size_t size = sizeof version;
+    if (sysctlbyname("kern.osproductversion", version, &size, nullptr, 0) == 0) return version;
+#else
+    for (const char* file : {"/etc/os-release", "/usr/lib/os-release"}) {
+        std::string name = NBDeviceInfo::osReleaseName(file);
+        if (!name.empty()) return name;
+    }
+#endif
+    struct utsname names {};
+    if (::uname(&names) != 0) return "";
+    return std::string(names.sysname) + " " + names.release;
+}
+
+}  // namespace
+
+NBDeviceInfo NBDeviceInfo::current(const NBNetworkCheck& network) {
+    return NBDeviceInfo(systemVersion(), networkTypeName(network.interfaceType()));
+}
+
+std::string NBDeviceInfo::networkTypeName(std::int32_t interfaceType) {
+    switch (interfaceType) {
+        case NBNetworkCheck::kWiFi: return "wifi";
+        case NBNetworkCheck::kWired: return "wired";
+        default: return "none";
+    }
+}
+
+std::string NBDeviceInfo::osReleaseName(const std::filesystem::path& file) {
+    std::ifstream in(file);
+    constexpr std::string_view kKey = "PRETTY_NAME=";
+    for (std::string line; std::getline(in, line);) {
+        if (line.compare(0, kKey.size(), kKey) == 0) return unquote(std::string_view(line).substr(kKey.size()));
+    }
+    return "";
+}
+
+}  // namespace nb
