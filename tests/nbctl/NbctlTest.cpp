@@ -185,9 +185,35 @@ TEST_F(NbctlTest, ReferenceHostFinishes) {
                        {"\"1234\"", "1800", "600"}, {"4", "60", "3840x2160"}});
     for (const char* line : {"queryConfig: 0\n", "queryCoupons: 0\n", "reqeustAccelerateRouter: connected true\n",
                              "Accelerating router: connected\n", "forecast end 1795001200 (2026-11-18 11:26:40 UTC), 1200 s left\n",
-                             "avatar of Lantern: 136 bytes", "prefetched 4 popup images", "with 304 Not Modified\n"}) {
+                             "avatar of Lantern: 136 bytes", "prefetched 4 popup images", "with 304 Not Modified\n",
+                             "  pre_launch_game: txt \"Your picture quality trial\" with a close cross; buttons [Later] "
+                             "[Upgrade, highlighted]\n",
+                             "pictures the image server was asked for again: 3\n", "pre_launch_game afterwards: none",
+                             "reported with ticket ct-3001-c7d2\n", "QR code: PNG image, 21 x 21 pixels",
+                             "\nhttps://www.korvane-nimbo.com/page/feedback/mac.html?data="}) {
         EXPECT_THAT(o.out, HasSubstr(line));
     }
+}
+
+TEST_F(NbctlTest, FeedbackAddressAndWhatThePageReadsFromIt) {
+    const Outcome bare = nbctl("feedback");
+    EXPECT_EQ(bare.exitCode, 0) << bare.err;
+    EXPECT_EQ(bare.out, "https://www.korvane-nimbo.com/page/feedback/mac.html\n");
+    EXPECT_THAT(bare.err, HasSubstr("no user is signed in"));
+
+    ASSERT_EQ(nbctl("defaults write com.korvane.nimbo.mac userId 10086").exitCode, 0);
+    ASSERT_EQ(nbctl("defaults write com.korvane.nimbo.mac gameId 77").exitCode, 0);
+    const Outcome o = nbctl("feedback --decrypt " NBBASE_SOURCE_DIR "/tests/support/feedback-private-key.pem");
+    EXPECT_EQ(o.exitCode, 0) << o.err;
+    for (const char* line : {"?data=", "data:\n  userid = 10086\n  version = ", "\n  net = ", "\"nimbo_game_id\": \"77\"",
+                             "\"report_ts\": \"1795000000\""}) {
+        EXPECT_THAT(o.out, HasSubstr(line));
+    }
+
+    const Outcome junk = nbctl("feedback --decrypt " + file("junk.pem", "not a key"));
+    EXPECT_EQ(junk.exitCode, 1);
+    EXPECT_TRUE(oneLine(junk.err)) << junk.err;
+    EXPECT_THAT(junk.err, HasSubstr("junk.pem: "));
 }
 
 TEST_F(NbctlTest, CatalogOfTheRecordingAndOfHandWrittenReplies) {

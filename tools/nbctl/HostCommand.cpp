@@ -19,6 +19,7 @@
 #include "EntitlementTable.h"
 #include "EntitlementsCommand.h"
 #include "CatalogReport.h"
+#include "HostSupport.h"
 #include "LocalImageServer.h"
 #include "ReportText.h"
 #include "PlistText.h"
@@ -256,8 +257,9 @@ public:
 
 // Images: the avatar and the popup pictures, from a local server over examples/images that stands in for
 // the image host. The profile reply names the avatar; the popup reply names the pictures to prefetch.
-bool playImages(NimboSdkManager& bridge, const std::filesystem::path& replies, const std::filesystem::path& images,
-                const Folders& folders, MainQueue& main) {
+bool playImages(NBConfiguration& configuration, NimboSdkManager& bridge, ReplaySdk& replay,
+                const std::filesystem::path& replies, const std::filesystem::path& images, const Folders& folders,
+                MainQueue& main, bool openFeedback) {
     section("images");
     LocalImageServer server(images);
     if (!server.listening()) {
@@ -285,20 +287,26 @@ bool playImages(NimboSdkManager& bridge, const std::filesystem::path& replies, c
     fmt::print("avatar of {}: {} bytes from {}\n", user.nickName().value_or("(no nickname)"), user.iconData()->size(),
                *user.figure());
 
+    // The popup pictures, at the local server's addresses; the popups step gets the reply rewritten alike.
     std::vector<std::optional<std::string>> urls;
-    const std::function<void(const Value&)> collect = [&](const Value& value) {
+    const std::function<void(Value&)> localize = [&](Value& value) {
         if (const auto* dictionary = value.asDictionary()) {
-            for (const auto& [key, item] : *dictionary) {
+            std::vector<std::string> keys;
+            for (const auto& entry : *dictionary) keys.push_back(entry.first);
+            for (const std::string& key : keys) {
+                Value& item = *value.mutableDictionary().findMutable(key);
                 if ((key == "img_url" || key == "bg_img_url") && !item.stringValue().empty()) {
-                    urls.push_back(server.localUrl(item.stringValue()));
+                    item = Value(server.localUrl(item.stringValue()));
+                    urls.push_back(item.stringValue());
                 }
-                collect(item);
+                localize(item);
             }
-        } else if (const auto* array = value.asArray()) {
-            for (const Value& item : *array) collect(item);
+        } else if (value.isArray()) {
+            for (Value& item : value.mutableArray()) localize(item);
         }
     };
-    collect(Json::decode(*popups).value_or(Value()));
+    Value popupReply = Json::decode(*popups).value_or(Value());
+    localize(popupReply);
     SerialQueue disk("nbctl.images");
     NBImageCache cache(session, folders, main, disk);
     cache.concurentDownloadImage(urls);
@@ -331,13 +339,13 @@ bool playImages(NimboSdkManager& bridge, const std::filesystem::path& replies, c
     if (!waitOnMain(main, [&] { return view->sizes.size() == 4; }, std::chrono::seconds(10))) return false;
     fmt::print("updateImage again: view set twice more; the server answered {} of {} requests with 304 Not Modified\n",
                server.notModifiedCount(), server.requestCount());
-    return true;
+    return HostSupport({configuration, bridge, replay, cache, server, main}, std::move(popupReply), openFeedback).run();
 }
 
 // The SDK bridge: created from the stored identity on ReplaySdk, which answers from recorded replies;
 // the library's log lines now go to the SDK's log.
 bool playSdk(NBConfiguration& configuration, const std::filesystem::path& replies, const std::filesystem::path& images,
-             const Folders& folders, MainQueue& main) {
+             const Folders& folders, MainQueue& main, bool openFeedback) {
     section("sdk");
     std::string error;
     if (!ReplaySdk::validateFolder(replies, &error)) {
@@ -370,7 +378,7 @@ bool playSdk(NBConfiguration& configuration, const std::filesystem::path& replie
     }
     const auto interests = ok ? playEntitlements(configuration, bridge, replies, main) : nullptr;
     ok = interests && playCatalog(configuration, bridge, replies, *interests, main) &&
-         playImages(bridge, replies, images, folders, main);
+         playImages(configuration, bridge, *replay, replies, images, folders, main, openFeedback);
     bridge.uninitializeSDK();
     NimboSDKInterface::setClassObject(nullptr);
     NBLog::sharedInstance().setLogHandler(nullptr);
@@ -386,6 +394,7 @@ HostCommand::HostCommand(CLI::App& app, std::filesystem::path defaultReplies, st
     command_->add_flag("--keep", keep_, "Keep the temporary home afterwards");
     command_->add_option("--replies", replies_, "Folder of recorded server replies")->capture_default_str();
     command_->add_option("--images", images_, "Folder the local image server serves")->capture_default_str();
+    command_->add_flag("--open-feedback", openFeedback_, "Open the feedback page in the default browser");
 }
 
 int HostCommand::run() const {
@@ -415,7 +424,7 @@ int HostCommand::run() const {
         MainQueue& main = MainQueue::sharedInstance();
         const auto events = std::make_shared<NBEventCenter>(main);
         playSettings(configuration);
-        ok = playSignIn(configuration, events, main) && playSdk(configuration, replies_, images_, folders, main);
+        ok = playSignIn(configuration, events, main) && playSdk(configuration, replies_, images_, folders, main, openFeedback_);
     }
 
     NBLog::sharedInstance().setLogHandler(nullptr);

@@ -7,7 +7,8 @@
 //
 // What it starts: the SDK stand-in (ReplaySdk) on the replies folder, and for the images a local HTTP
 // server (LocalImageServer) on 127.0.0.1, on a port the system picks, over the images folder; recorded
-// image addresses are rewritten to it, so the host never reaches the network.
+// image addresses are rewritten to it, so the host never reaches the network. The feedback page is opened
+// in the browser (xdg-open) only with --open-feedback; otherwise its address is printed.
 #pragma once
 
 #include <filesystem>
@@ -30,6 +31,7 @@ private:
     CLI::App* command_ = nullptr;
     std::string home_;  // empty: a new temporary home
     bool keep_ = false;
+    bool openFeedback_ = false;
     std::filesystem::path replies_;
     std::filesystem::path images_;
 };

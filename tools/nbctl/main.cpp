@@ -10,6 +10,7 @@
 #include "DefaultsCommand.h"
 #include "EntitlementsCommand.h"
 #include "ErrorCommand.h"
+#include "FeedbackCommand.h"
 #include "HostCommand.h"
 #include "SdkCommand.h"
 #include "nbbase/foundation/Folders.h"
@@ -30,6 +31,7 @@ int main(int argc, char** argv) {
     nb::nbctl::HostCommand host(app, NBCTL_DEFAULT_REPLIES, NBCTL_DEFAULT_IMAGES);
     nb::nbctl::CatalogCommand catalog(app, NBCTL_DEFAULT_REPLIES);
     nb::nbctl::EntitlementsCommand entitlements(app, NBCTL_DEFAULT_REPLIES);
+    nb::nbctl::FeedbackCommand feedback(app, preferences, NBCTL_DEFAULT_REPLIES);
 
     try {
         app.parse(argc, argv);
@@ -45,5 +47,6 @@ int main(int argc, char** argv) {
     if (sdk.selected()) return sdk.run();
     if (entitlements.selected()) return entitlements.run();
     if (catalog.selected()) return catalog.run();
+    if (feedback.selected()) return feedback.run();
     return host.run();
 }
