@@ -12,6 +12,8 @@
 #include <openssl/evp.h>
 #include <openssl/params.h>
 
+#include "OpenSslError.h"
+
 namespace nb {
 
 namespace {
@@ -24,21 +26,6 @@ struct ContextFree {
 };
 using Context = std::unique_ptr<EVP_PKEY_CTX, ContextFree>;
 
-std::string openSslReason() {
-    const char* detail = nullptr;
-    int flags = 0;
-    const unsigned long code = ERR_peek_last_error_data(&detail, &flags);
-    std::string reason = "no reason given";
-    if (code != 0) {
-        char text[256];
-        ERR_error_string_n(code, text, sizeof text);
-        reason = text;
-        if ((flags & ERR_TXT_STRING) != 0 && detail != nullptr && *detail != '\0') reason += fmt::format(" ({})", detail);
-    }
-    ERR_clear_error();
-    return reason;
-}
-
 std::nullopt_t fail(std::string* error, std::string reason) {
     if (error != nullptr) *error = std::move(reason);
     return std::nullopt;
@@ -49,7 +36,7 @@ std::nullopt_t fail(std::string* error, std::string reason) {
 Context makeContext(evp_pkey_st* key, bool encrypt, std::string* error) {
     Context context(EVP_PKEY_CTX_new_from_pkey(nullptr, key, nullptr));
     if (!context) {
-        fail(error, "cannot use the key: " + openSslReason());
+        fail(error, "cannot use the key: " + openssl::lastErrorReason());
         return nullptr;
     }
     // OSSL_PARAM wants writable strings, although OpenSSL only reads them.
@@ -65,7 +52,8 @@ Context makeContext(evp_pkey_st* key, bool encrypt, std::string* error) {
     const int ok = encrypt ? EVP_PKEY_encrypt_init_ex(context.get(), params)
                            : EVP_PKEY_decrypt_init_ex(context.get(), params);
     if (ok <= 0) {
-        fail(error, fmt::format("cannot set up RSA-OAEP {}: {}", encrypt ? "encryption" : "decryption", openSslReason()));
+        fail(error, fmt::format("cannot set up RSA-OAEP {}: {}", encrypt ? "encryption" : "decryption",
+                                openssl::lastErrorReason()));
         return nullptr;
     }
     return context;
@@ -93,7 +81,8 @@ std::optional<Data> NBCryptor::encryptData(const Data& data, const NBPublicKey& 
         const std::uint8_t* input = data.empty() ? &kNothing : data.data() + offset;
         std::size_t written = blockSize;
         if (EVP_PKEY_encrypt(context.get(), cipher.data() + i * blockSize, &written, input, length) <= 0) {
-            return fail(error, fmt::format("RSA-OAEP encryption of block {} failed: {}", i, openSslReason()));
+            return fail(error,
+                        fmt::format("RSA-OAEP encryption of block {} failed: {}", i, openssl::lastErrorReason()));
         }
         if (written != blockSize) {
             return fail(error, fmt::format("RSA-OAEP block {} came out {} bytes long, not {}", i, written, blockSize));
@@ -121,7 +110,8 @@ std::optional<Data> NBCryptor::decryptData(const Data& data, const NBPrivateKey&
     for (std::size_t i = 0; i < blocks; ++i) {
         std::size_t written = block.size();
         if (EVP_PKEY_decrypt(context.get(), block.data(), &written, data.data() + i * blockSize, blockSize) <= 0) {
-            return fail(error, fmt::format("RSA-OAEP decryption of block {} failed: {}", i, openSslReason()));
+            return fail(error,
+                        fmt::format("RSA-OAEP decryption of block {} failed: {}", i, openssl::lastErrorReason()));
         }
         plain.insert(plain.end(), block.begin(), block.begin() + static_cast<std::ptrdiff_t>(written));
     }

@@ -11,6 +11,8 @@
 #include <openssl/evp.h>
 #include <openssl/pem.h>
 
+#include "OpenSslError.h"
+
 namespace nb {
 
 namespace {
@@ -20,22 +22,6 @@ using KeyPointer = std::shared_ptr<evp_pkey_st>;
 struct BioFree {
     void operator()(BIO* bio) const noexcept { BIO_free(bio); }
 };
-
-// The last error OpenSSL queued, in its own words, and an empty queue for whoever runs next on this thread.
-std::string openSslReason() {
-    const char* detail = nullptr;
-    int flags = 0;
-    const unsigned long code = ERR_peek_last_error_data(&detail, &flags);
-    std::string reason = "no reason given";
-    if (code != 0) {
-        char text[256];
-        ERR_error_string_n(code, text, sizeof text);
-        reason = text;
-        if ((flags & ERR_TXT_STRING) != 0 && detail != nullptr && *detail != '\0') reason += fmt::format(" ({})", detail);
-    }
-    ERR_clear_error();
-    return reason;
-}
 
 // The label of the text's first PEM block ("PUBLIC KEY" of "-----BEGIN PUBLIC KEY-----"), nullopt when
 // there is none. OpenSSL's reader would pass over blocks of other labels to find one it wants; checking
@@ -106,12 +92,12 @@ std::shared_ptr<const NBPublicKey> NBKeyLoader::loadX509PEMPublicKey(std::string
     if (!checkText(pem, {"PUBLIC KEY"}, error)) return nullptr;
     const auto bio = openText(pem);
     if (!bio) {
-        fail(error, "cannot read the key text: " + openSslReason());
+        fail(error, "cannot read the key text: " + openssl::lastErrorReason());
         return nullptr;
     }
     const auto key = adopt(PEM_read_bio_PUBKEY(bio.get(), nullptr, nullptr, nullptr));
     if (!key) {
-        fail(error, "unreadable PUBLIC KEY block: " + openSslReason());
+        fail(error, "unreadable PUBLIC KEY block: " + openssl::lastErrorReason());
         return nullptr;
     }
     ERR_clear_error();
@@ -123,13 +109,13 @@ std::shared_ptr<const NBPrivateKey> NBKeyLoader::loadPEMPrivateKey(std::string_v
     if (!checkText(pem, {"PRIVATE KEY", "RSA PRIVATE KEY"}, error)) return nullptr;
     const auto bio = openText(pem);
     if (!bio) {
-        fail(error, "cannot read the key text: " + openSslReason());
+        fail(error, "cannot read the key text: " + openssl::lastErrorReason());
         return nullptr;
     }
     bool askedForPassphrase = false;
     const auto key = adopt(PEM_read_bio_PrivateKey(bio.get(), nullptr, refusePassphrase, &askedForPassphrase));
     if (!key) {
-        const auto reason = openSslReason();
+        const auto reason = openssl::lastErrorReason();
         fail(error, askedForPassphrase ? "encrypted private keys are not supported"
                                        : "unreadable private key block: " + reason);
         return nullptr;
