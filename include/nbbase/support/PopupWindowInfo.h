@@ -33,6 +33,7 @@
 // Button presses (requestClickButtonCallback): `context` goes to the SDK as its first argument unchanged,
 // with the ticket and index, from the global queue given to the constructor; the answer is logged as
 // "requestClickCallback:index=<index>,code=<code>,message=<message or (null)>" (level 2) and not passed on.
+// Without an SDK instance at the call nothing is sent.
 //
 // Threads: every function may be called on any thread. The store is one immutable snapshot per scene; a
 // parse builds its records outside the instance lock and swaps the whole store in under it, so a reader
