@@ -316,4 +316,19 @@ TEST_F(NbctlTest, EntitlementsRefuseUnusableReplies) {
     }
 }
 
+TEST_F(NbctlTest, VersionCompareAnswersAsTheUpdater) {
+    const std::pair<const char*, const char*> cases[] = {
+        {"1.0 1.0.1", "-1\n"}, {"-- -1 1", "-1\n"}, {"'' 1", "-1\n"}, {"-- 2.1-beta 2.1", "0\n"},
+        {"--build-number 0.10.9999.5 0.11.0.4", "1\n"},
+    };
+    for (const auto& [args, answer] : cases) {
+        const Outcome o = nbctl(std::string("version-compare ") + args);
+        EXPECT_EQ(o.exitCode, 0) << args << ": " << o.err;
+        EXPECT_EQ(o.out, answer) << args;
+    }
+    const Outcome missing = nbctl("version-compare 1.0");
+    EXPECT_EQ(missing.exitCode, 2);
+    EXPECT_TRUE(oneLine(missing.err)) << missing.err;
+}
+
 }  // namespace

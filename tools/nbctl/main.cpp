@@ -13,6 +13,7 @@
 #include "FeedbackCommand.h"
 #include "HostCommand.h"
 #include "SdkCommand.h"
+#include "VersionCompareCommand.h"
 #include "nbbase/foundation/Folders.h"
 
 int main(int argc, char** argv) {
@@ -32,6 +33,7 @@ int main(int argc, char** argv) {
     nb::nbctl::CatalogCommand catalog(app, NBCTL_DEFAULT_REPLIES);
     nb::nbctl::EntitlementsCommand entitlements(app, NBCTL_DEFAULT_REPLIES);
     nb::nbctl::FeedbackCommand feedback(app, preferences, NBCTL_DEFAULT_REPLIES);
+    nb::nbctl::VersionCompareCommand versionCompare(app);
 
     try {
         app.parse(argc, argv);
@@ -48,5 +50,6 @@ int main(int argc, char** argv) {
     if (entitlements.selected()) return entitlements.run();
     if (catalog.selected()) return catalog.run();
     if (feedback.selected()) return feedback.run();
+    if (versionCompare.selected()) return versionCompare.run();
     return host.run();
 }
