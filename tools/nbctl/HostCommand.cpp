@@ -19,6 +19,7 @@
 #include "EntitlementTable.h"
 #include "EntitlementsCommand.h"
 #include "CatalogReport.h"
+#include "HostSteps.h"
 #include "HostSupport.h"
 #include "LocalImageServer.h"
 #include "ReportText.h"
@@ -58,8 +59,6 @@
 namespace nb::nbctl {
 
 namespace {
-
-void section(const char* title) { fmt::print("\n== {} ==\n", title); }
 
 // The client application the host plays.
 std::shared_ptr<const MainBundle> clientBundle(const std::filesystem::path& folder) {
@@ -168,16 +167,6 @@ std::shared_ptr<InterestsInfo> playEntitlements(NBConfiguration& configuration, 
                "(the table follows the game's configuration, below)\n",
                interests->stableInterestDict()->size());
     return interests;
-}
-
-// Runs the main queue until `done`, asking often: some of what the host waits for posts nothing there.
-bool waitOnMain(MainQueue& main, const std::function<bool()>& done, std::chrono::seconds timeout) {
-    const auto deadline = std::chrono::steady_clock::now() + timeout;
-    while (!done()) {
-        if (std::chrono::steady_clock::now() > deadline) return false;
-        main.runFor(std::chrono::milliseconds(5));
-    }
-    return true;
 }
 
 // Catalogue: the models fetch the configuration, tips, extra game list, coupons, maintenance page and router

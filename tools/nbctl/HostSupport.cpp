@@ -10,6 +10,7 @@
 
 #include <fmt/format.h>
 
+#include "HostSteps.h"
 #include "LocalImageServer.h"
 #include "nbbase/common/NBDeviceInfo.h"
 #include "nbbase/common/NBLog.h"
@@ -25,16 +26,7 @@ namespace {
 
 constexpr auto kPatience = std::chrono::seconds(10);
 
-void section(const char* title) { fmt::print("\n== {} ==\n", title); }
-
-bool waitOnMain(MainQueue& main, const std::function<bool()>& done) {
-    const auto deadline = std::chrono::steady_clock::now() + kPatience;
-    while (!done()) {
-        if (std::chrono::steady_clock::now() > deadline) return false;
-        main.runFor(std::chrono::milliseconds(5));
-    }
-    return true;
-}
+bool waitOnMain(MainQueue& main, const std::function<bool()>& done) { return nbctl::waitOnMain(main, done, kPatience); }
 
 bool late(const char* what) {
     fmt::print(stderr, "nbctl: {} did not come in 10 seconds\n", what);
