@@ -9,6 +9,7 @@
 #include <unordered_map>
 #include <utility>
 
+#include "nbbase/foundation/AtomicFile.h"
 #include "nbbase/foundation/Url.h"
 
 namespace nb {
@@ -25,24 +26,6 @@ std::optional<std::string> storePath(const std::string& documents, const std::st
     const std::string images = games + "/" + kImagesFolder;
     NBImageCache::ensureFolderExists(images);
     return images + "/" + std::to_string(NBImageCache::urlHash(url));
-}
-
-// Writes through a temporary file in the target's folder renamed over the target, so a reader sees the
-// old file or the new one, never a part. Any failure leaves the target as it was.
-void writeAtomically(const std::string& path, const Data& data) {
-    std::string temporary = path + ".XXXXXX";
-    const int fd = ::mkstemp(temporary.data());
-    if (fd < 0) return;
-    bool ok = true;
-    for (std::size_t done = 0; ok && done < data.size();) {
-        const ssize_t n = ::write(fd, data.data() + done, data.size() - done);
-        if (n < 0 && errno == EINTR) continue;
-        ok = n > 0;
-        if (ok) done += static_cast<std::size_t>(n);
-    }
-    ok = ok && ::fsync(fd) == 0;
-    ok = (::close(fd) == 0) && ok;
-    if (!ok || std::rename(temporary.c_str(), path.c_str()) != 0) ::unlink(temporary.c_str());
 }
 
 }  // namespace
@@ -185,7 +168,9 @@ void NBImageCache::addDownloadTask(const std::shared_ptr<NBDownloadOperation>& o
 
 void NBImageCache::saveImage(const Data& data, const std::string& imgUrl) {
     diskQueue_.async([documents = documentsFolder_, imgUrl, data] {
-        if (const auto path = storePath(documents, imgUrl)) writeAtomically(*path, data);
+        if (const auto path = storePath(documents, imgUrl)) {
+            (void)AtomicFile::write(*path, {reinterpret_cast<const char*>(data.data()), data.size()});
+        }
     });
 }
 
