@@ -30,9 +30,7 @@ std::string unquote(std::string_view value) {
 
 std::string systemVersion() {
 #if defined(__APPLE__)
-    char version[64] = {};
-    std::size_t size = sizeof version;
-    if (sysctlbyname("kern.osproductversion", version, &size, nullptr, 0) == 0) return version;
+    if (std::string number = NBDeviceInfo::systemVersionNumber(); !number.empty()) return number;
 #else
     for (const char* file : {"/etc/os-release", "/usr/lib/os-release"}) {
         std::string name = NBDeviceInfo::osReleaseName(file);
@@ -58,12 +56,29 @@ std::string NBDeviceInfo::networkTypeName(std::int32_t interfaceType) {
     }
 }
 
-std::string NBDeviceInfo::osReleaseName(const std::filesystem::path& file) {
+std::string NBDeviceInfo::osReleaseName(const std::filesystem::path& file) { return osReleaseValue(file, "PRETTY_NAME"); }
+
+std::string NBDeviceInfo::osReleaseValue(const std::filesystem::path& file, std::string_view key) {
     std::ifstream in(file);
-    constexpr std::string_view kKey = "PRETTY_NAME=";
     for (std::string line; std::getline(in, line);) {
-        if (line.compare(0, kKey.size(), kKey) == 0) return unquote(std::string_view(line).substr(kKey.size()));
+        if (line.size() > key.size() && line.compare(0, key.size(), key) == 0 && line[key.size()] == '=') {
+            return unquote(std::string_view(line).substr(key.size() + 1));
+        }
     }
+    return "";
+}
+
+std::string NBDeviceInfo::systemVersionNumber() {
+#if defined(__APPLE__)
+    char version[64] = {};
+    std::size_t size = sizeof version;
+    if (sysctlbyname("kern.osproductversion", version, &size, nullptr, 0) == 0) return version;
+#else
+    for (const char* file : {"/etc/os-release", "/usr/lib/os-release"}) {
+        std::string number = osReleaseValue(file, "VERSION_ID");
+        if (!number.empty()) return number;
+    }
+#endif
     return "";
 }
 

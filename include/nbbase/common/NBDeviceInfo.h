@@ -13,6 +13,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <string>
+#include <string_view>
 #include <utility>
 
 #include "nbbase/common/NBNetworkCheck.h"
@@ -34,6 +35,11 @@ public:
     // PRETTY_NAME of an os-release file (quotes and escapes as that format defines); "" when the file cannot
     // be read or has none.
     [[nodiscard]] static std::string osReleaseName(const std::filesystem::path& file);
+    // Any key of an os-release file, read as osReleaseName reads PRETTY_NAME.
+    [[nodiscard]] static std::string osReleaseValue(const std::filesystem::path& file, std::string_view key);
+    // The system's version number: VERSION_ID of the system's os-release on Linux ("12"), the product version
+    // on macOS ("14.5"); "" when unknown.
+    [[nodiscard]] static std::string systemVersionNumber();
 
 private:
     std::string systemVerison_;
