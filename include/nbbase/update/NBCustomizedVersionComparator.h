@@ -42,9 +42,11 @@
 #include <string_view>
 #include <vector>
 
+#include "nbbase/updater/SUVersionComparison.h"
+
 namespace nb {
 
-class NBCustomizedVersionComparator {
+class NBCustomizedVersionComparator final : public SUVersionComparison {
 public:
     enum CharacterType : std::int64_t { kNumber = 0, kString = 1, kSeparator = 2, kDash = 3 };
 
@@ -59,7 +61,7 @@ public:
 
     [[nodiscard]] static std::int64_t typeOfCharacter(std::string_view text);
     [[nodiscard]] static std::vector<std::string> splitVersionString(std::string_view version);
-    [[nodiscard]] std::int64_t compareVersion(std::string_view a, std::string_view toVersion) const;
+    [[nodiscard]] std::int64_t compareVersion(std::string_view a, std::string_view toVersion) const override;
 
 private:
     std::atomic<bool> compareNimboBuildNum_{false};
