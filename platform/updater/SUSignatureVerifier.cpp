@@ -111,16 +111,17 @@ bool SUSignatureVerifier::verifyData(const std::uint8_t* bytes, std::size_t size
     }
     EVP_MD_CTX* context = EVP_MD_CTX_new();
     static const std::uint8_t kNothing = 0;
-    const bool ok = context != nullptr &&
-                    EVP_DigestVerifyInit_ex(context, nullptr, nullptr, nullptr, nullptr, key_->key, nullptr) == 1 &&
-                    EVP_DigestVerify(context, signature->data(), signature->size(), size == 0 ? &kNothing : bytes,
-                                     size) == 1;
-    EVP_MD_CTX_free(context);
-    if (!ok) {
-        // A mismatch queues an error too; take it off so the thread's next OpenSSL call starts clean.
-        const std::string detail = openssl::lastErrorReason();
-        setReason(failureReason, "the signature does not match (" + detail + ")");
+    int result = -1;
+    if (context != nullptr &&
+        EVP_DigestVerifyInit_ex(context, nullptr, nullptr, nullptr, nullptr, key_->key, nullptr) == 1) {
+        result = EVP_DigestVerify(context, signature->data(), signature->size(), size == 0 ? &kNothing : bytes, size);
     }
+    EVP_MD_CTX_free(context);
+    const bool ok = result == 1;
+    // Either way OpenSSL may have queued errors; take them off so the thread's next call starts clean.
+    const std::string detail = openssl::lastErrorReason();
+    if (result == 0) setReason(failureReason, "the signature does not match");
+    else if (!ok) setReason(failureReason, "the signature could not be checked: " + detail);
     return ok;
 }
 
