@@ -1,5 +1,6 @@
 #include "nbbase/updater/SUAppcast.h"
 
+#include <algorithm>
 #include <climits>
 #include <cstdint>
 
@@ -34,7 +35,9 @@ struct Diagnostics {
 void record(Diagnostics& diagnostics, XmlErrorArg error) {
     if (error == nullptr || error->level < XML_ERR_ERROR || !diagnostics.firstError.empty()) return;
     std::string message = error->message != nullptr ? error->message : "unknown error";
-    while (!message.empty() && (message.back() == '\n' || message.back() == ' ')) message.pop_back();
+    // Some messages run over two lines ("Input is not proper UTF-8, indicate encoding !\nBytes: ...").
+    std::replace(message.begin(), message.end(), '\n', ' ');
+    while (!message.empty() && message.back() == ' ') message.pop_back();
     diagnostics.firstError = error->line > 0 ? fmt::format("line {}: {}", error->line, message) : message;
 }
 

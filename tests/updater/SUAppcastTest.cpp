@@ -237,6 +237,7 @@ TEST(SUAppcastTest, RefusedFeeds) {
         {"", "not well-formed"},
         {rss("<item>").substr(0, 80), "not well-formed XML: line 1:"},
         {rss("<item><title>&unknown;</title></item>"), "not well-formed"},
+        {rss("<item><title>\xce\xcf\xcd\xcb</title></item>"), "not proper UTF-8"},
         {"<rss><channel></rss>", "not well-formed"},
         {bomb, "DTD"},
         {"<!DOCTYPE rss SYSTEM 'http://127.0.0.1:9/feed.dtd'>" + rss(""), "DTD"},
