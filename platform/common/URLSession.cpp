@@ -1,13 +1,17 @@
 #include "nbbase/common/URLSession.h"
 
 #include <curl/curl.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
 #include <cassert>
 #include <cctype>
+#include <cerrno>
+#include <charconv>
 #include <climits>
-#include <cstdint>
 #include <cstdint>
 #include <condition_variable>
 #include <exception>
@@ -58,6 +62,190 @@ std::string_view trimmed(std::string_view text) {
     return text.substr(first, text.find_last_not_of(blanks) - first + 1);
 }
 
+// Runs a callback of the caller's on the session thread: an exception must not unwind through it, where it
+// would end the process.
+template <typename Call>
+void callGuarded(const char* what, Call&& call) {
+    try {
+        call();
+    } catch (const std::exception& e) {
+        NBLog::sharedInstance().log(4, "URL session {} threw: {}", what, e.what());
+    } catch (...) {
+        NBLog::sharedInstance().log(4, "URL session {} threw a non-standard exception", what);
+    }
+}
+
+std::string errnoText(int error) { return std::generic_category().message(error); }
+
+// "bytes 100-199/200" or "bytes */200": where the range starts and the resource's total, when given.
+struct ContentRange {
+    std::optional<std::uint64_t> start;
+    std::optional<std::uint64_t> total;
+};
+
+ContentRange parseContentRange(std::string_view text) {
+    ContentRange range;
+    text = trimmed(text);
+    if (!startsWithNoCase(text, "bytes ")) return range;
+    text = trimmed(text.substr(6));
+    auto number = [](std::string_view digits) -> std::optional<std::uint64_t> {
+        std::uint64_t value = 0;
+        const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), value);
+        if (error != std::errc() || end != digits.data() + digits.size() || digits.empty()) return std::nullopt;
+        return value;
+    };
+    const auto slash = text.find('/');
+    if (slash == std::string_view::npos) return range;
+    range.total = number(text.substr(slash + 1));
+    const auto dash = text.find('-');
+    if (dash < slash) range.start = number(text.substr(0, dash));
+    return range;
+}
+
+// Where a download's body goes: the destination file, and what the reply filling it has said. Owned by its
+// Transfer, used by the thread that drives it.
+struct FileSink {
+    // Reports come no closer together than this many bytes written.
+    static constexpr std::uint64_t kProgressStep = 64 * 1024;
+
+    enum class State { Waiting, Writing, Discarding };
+    // Why the transfer was stopped from our side.
+    enum class Fault { None, OverCap, RangeMismatch, WriteFailed };
+
+    FileSink(std::filesystem::path destination, std::optional<std::uint64_t> maxBytes, URLSession::Progress progress)
+        : destination(std::move(destination)), maxBytes(maxBytes), progress(std::move(progress)) {}
+    ~FileSink() { close(); }
+    FileSink(const FileSink&) = delete;
+    FileSink& operator=(const FileSink&) = delete;
+
+    // Empty on success, else why the file could not be used (it is then left as it was).
+    std::string open() {
+        fd = ::open(destination.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
+        if (fd < 0) return "could not open " + destination.string() + ": " + errnoText(errno);
+        struct stat status {};
+        if (::fstat(fd, &status) != 0 || !S_ISREG(status.st_mode)) {
+            close();
+            return destination.string() + " is not a regular file";
+        }
+        offset = size = static_cast<std::uint64_t>(status.st_size);
+        if (offset > 0) rangeText = std::to_string(offset) + "-";
+        return {};
+    }
+
+    // Decides, from the reply that is about to fill the file (or, with an empty body, that has ended),
+    // whether its bytes continue the file, replace it, or are not the file's at all.
+    void settle(bool isFile, long status, curl_off_t contentLength) {
+        const auto length =
+            contentLength >= 0 ? std::optional(static_cast<std::uint64_t>(contentLength)) : std::nullopt;
+        if (isFile) {
+            expected = length ? std::optional(offset + *length) : std::nullopt;
+        } else if (status < 200 || status > 299) {
+            // An error page or an unfollowed redirect: the transfer fails on its status, the bytes go nowhere.
+            state = State::Discarding;
+            return;
+        } else if (status == 206) {
+            const auto range = parseContentRange(contentRange.value_or(""));
+            if (range.start != offset) {
+                fault = Fault::RangeMismatch;
+                return;
+            }
+            expected = range.total ? range.total : length ? std::optional(offset + *length) : std::nullopt;
+        } else {
+            // The whole resource again: what the file held goes.
+            if (size > 0 && ::ftruncate(fd, 0) != 0) {
+                writeFailed(errno);
+                return;
+            }
+            offset = size = 0;
+            expected = length;
+        }
+        if (maxBytes && expected && *expected > *maxBytes) {
+            fault = Fault::OverCap;
+            return;
+        }
+        reported = size;
+        state = State::Writing;
+    }
+
+    // False stops the transfer (fault says why).
+    bool write(const char* bytes, std::size_t count) {
+        if (maxBytes && (count > *maxBytes || size > *maxBytes - count)) {
+            fault = Fault::OverCap;
+            return false;
+        }
+        while (count > 0) {
+            const ssize_t written = ::pwrite(fd, bytes, count, static_cast<off_t>(size));
+            if (written < 0) {
+                if (errno == EINTR) continue;
+                writeFailed(errno);
+                return false;
+            }
+            bytes += written;
+            count -= static_cast<std::size_t>(written);
+            size += static_cast<std::uint64_t>(written);
+        }
+        if (size - reported >= kProgressStep) report();
+        return true;
+    }
+
+    // The file is whole: on disk before anyone is told. False when it could not be made durable.
+    bool commit() {
+        if (::fsync(fd) != 0) {
+            writeFailed(errno);
+            return false;
+        }
+        const int closing = fd;
+        fd = -1;
+        if (::close(closing) != 0 && errno != EINTR) {
+            writeFailed(errno);
+            return false;
+        }
+        // Whatever was announced (nothing for a chunked body; for a file: URL read from the end, libcurl's
+        // whole length), the file is now whole. A 304 left it as it was: nothing was written to report on.
+        expected = size;
+        if (state == State::Writing && (!reportedAny || reported != size)) report();
+        return true;
+    }
+
+    void discard() {
+        close();
+        std::error_code ignored;
+        std::filesystem::remove(destination, ignored);
+    }
+
+    void close() {
+        if (fd >= 0) ::close(fd);
+        fd = -1;
+    }
+
+    void report() {
+        reported = size;
+        reportedAny = true;
+        if (progress) callGuarded("progress", [&] { progress(size, expected); });
+    }
+
+    void writeFailed(int error) {
+        fault = Fault::WriteFailed;
+        writeError = "could not write " + destination.string() + ": " + errnoText(error);
+    }
+
+    const std::filesystem::path destination;
+    const std::optional<std::uint64_t> maxBytes;
+    const URLSession::Progress progress;
+
+    int fd = -1;
+    std::uint64_t offset = 0;  // where the reply's bytes go: the file's size at the start, 0 after a restart
+    std::uint64_t size = 0;    // bytes in the file
+    std::string rangeText;     // CURLOPT_RANGE's text, which libcurl does not copy
+    std::optional<std::uint64_t> expected;
+    std::optional<std::string> contentRange;  // of the latest reply
+    State state = State::Waiting;
+    Fault fault = Fault::None;
+    std::string writeError;
+    std::uint64_t reported = 0;
+    bool reportedAny = false;
+};
+
 // One transfer, from the call that creates it to its completion. Everything below `completion` belongs to
 // the thread that drives its Driver once the transfer has begun.
 struct Transfer {
@@ -86,6 +274,8 @@ struct Transfer {
     const std::optional<std::string> userAgent;
     const std::optional<std::string> earlyError;
     URLSession::Completion completion;
+    // Set for a download: the body goes here instead of response.body.
+    std::unique_ptr<FileSink> sink;
 
     CURL* easy = nullptr;
     curl_slist* headerList = nullptr;
@@ -147,13 +337,20 @@ public:
     void begin(std::unique_ptr<Transfer> transfer, Transfers& finished) {
         if (transfer->earlyError) {
             transfer->response = failure(*transfer->earlyError);
-            finished.push_back(std::move(transfer));
+            retire(std::move(transfer), finished);
             return;
+        }
+        if (transfer->sink) {
+            if (auto error = transfer->sink->open(); !error.empty()) {
+                transfer->response = failure(std::move(error));
+                retire(std::move(transfer), finished);
+                return;
+            }
         }
         if (multi_ == nullptr || !configure(*transfer) ||
             curl_multi_add_handle(multi_, transfer->easy) != CURLM_OK) {
             transfer->response = failure("libcurl could not start the transfer");
-            finished.push_back(std::move(transfer));
+            retire(std::move(transfer), finished);
             return;
         }
         CURL* easy = transfer->easy;
@@ -223,11 +420,20 @@ private:
         set(CURLOPT_MAXREDIRS, options_.maxRedirects);
         set(CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(options_.connectTimeout.count()));
         set(CURLOPT_FAILONERROR, 1L);
-        set(CURLOPT_ACCEPT_ENCODING, "");
-        set(CURLOPT_MAXFILESIZE_LARGE, static_cast<curl_off_t>(std::min<std::size_t>(t.maxBodyBytes, INT64_MAX)));
         set(CURLOPT_ERRORBUFFER, t.errorBuffer);
-        set(CURLOPT_WRITEFUNCTION, &Driver::onBody);
         set(CURLOPT_WRITEDATA, static_cast<void*>(&t));
+        if (t.sink) {
+            // CURLOPT_RANGE rather than CURLOPT_RESUME_FROM_LARGE: the latter makes libcurl fail a reply that
+            // ignores the range, which we take as a fresh start instead. For file: URLs both read from the
+            // offset.
+            if (!t.sink->rangeText.empty()) set(CURLOPT_RANGE, t.sink->rangeText.c_str());
+            set(CURLOPT_WRITEFUNCTION, &Driver::onFileBody);
+        } else {
+            set(CURLOPT_ACCEPT_ENCODING, "");
+            set(CURLOPT_MAXFILESIZE_LARGE,
+                static_cast<curl_off_t>(std::min<std::size_t>(t.maxBodyBytes, INT64_MAX)));
+            set(CURLOPT_WRITEFUNCTION, &Driver::onBody);
+        }
         set(CURLOPT_HEADERFUNCTION, &Driver::onHeader);
         set(CURLOPT_HEADERDATA, static_cast<void*>(&t));
         set(CURLOPT_PREREQFUNCTION, &Driver::onConnected);
@@ -256,6 +462,9 @@ private:
             // A new response (after a redirect, or past a 1xx): only the last one's validators count.
             t.response.etag.reset();
             t.response.lastModified.reset();
+            if (t.sink) t.sink->contentRange.reset();
+        } else if (t.sink && startsWithNoCase(line, "content-range:")) {
+            t.sink->contentRange = std::string(trimmed(line.substr(14)));
         } else if (startsWithNoCase(line, "etag:")) {
             t.response.etag = std::string(trimmed(line.substr(5)));
         } else if (startsWithNoCase(line, "last-modified:")) {
@@ -283,14 +492,43 @@ private:
         return count;
     }
 
+    static std::size_t onFileBody(char* bytes, std::size_t, std::size_t count, void* data) {
+        auto& t = *static_cast<Transfer*>(data);
+        t.lastActivity = Clock::now();
+        FileSink& sink = *t.sink;
+        if (sink.state == FileSink::State::Waiting) settle(t);
+        if (sink.fault != FileSink::Fault::None) return 0;
+        if (sink.state == FileSink::State::Discarding) return count;
+        return sink.write(bytes, count) ? count : 0;
+    }
+
+    static void settle(Transfer& t) {
+        long status = 0;
+        curl_off_t length = -1;
+        curl_easy_getinfo(t.easy, CURLINFO_RESPONSE_CODE, &status);
+        curl_easy_getinfo(t.easy, CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &length);
+        t.sink->settle(t.isFile, status, length);
+    }
+
+    // Every transfer leaves the driver through here, its file closed: a completion that retries at once
+    // finds it as it will stay.
+    static void retire(std::unique_ptr<Transfer> transfer, Transfers& finished) {
+        if (transfer->sink) transfer->sink->close();
+        finished.push_back(std::move(transfer));
+    }
+
     void collectDone(Transfers& finished) {
         int queued = 0;
         while (CURLMsg* message = curl_multi_info_read(multi_, &queued)) {
             if (message->msg != CURLMSG_DONE) continue;
             auto transfer = detach(message->easy_handle);
             if (!transfer) continue;
-            conclude(*transfer, message->data.result);
-            finished.push_back(std::move(transfer));
+            if (transfer->sink) {
+                concludeDownload(*transfer, message->data.result);
+            } else {
+                conclude(*transfer, message->data.result);
+            }
+            retire(std::move(transfer), finished);
         }
     }
 
@@ -306,7 +544,7 @@ private:
             curl_easy_getinfo(easy, CURLINFO_RESPONSE_CODE, &status);
             transfer->response = failure(
                 "timed out: nothing received for " + std::to_string(options_.idleTimeout.count()) + " ms", status);
-            finished.push_back(std::move(transfer));
+            retire(std::move(transfer), finished);
         }
     }
 
@@ -337,6 +575,46 @@ private:
         } else if (status < 200 || status > 299) {
             fail("HTTP " + std::to_string(status));
         }
+    }
+
+    // As conclude(), and decides what becomes of the file: committed, kept for a resume, or removed.
+    static void concludeDownload(Transfer& t, CURLcode result) {
+        FileSink& sink = *t.sink;
+        long status = 0;
+        curl_easy_getinfo(t.easy, CURLINFO_RESPONSE_CODE, &status);
+        if (t.isFile) status = 0;
+        // An empty body never reached onFileBody.
+        if (result == CURLE_OK && sink.state == FileSink::State::Waiting) settle(t);
+
+        std::string error;
+        bool wrongBytes = true;
+        if (sink.fault == FileSink::Fault::OverCap) {
+            error = "download over " + std::to_string(*sink.maxBytes) + " bytes";
+        } else if (sink.fault == FileSink::Fault::RangeMismatch) {
+            error = "the reply's range does not start at byte " + std::to_string(sink.offset) +
+                    " (Content-Range: " + sink.contentRange.value_or("none") + ")";
+        } else if (result == CURLE_HTTP_RETURNED_ERROR ||
+                   (result == CURLE_OK && !t.isFile && status != 304 && (status < 200 || status > 299))) {
+            error = "HTTP " + std::to_string(status);
+        } else if (result == CURLE_BAD_DOWNLOAD_RESUME || result == CURLE_RANGE_ERROR) {
+            // The source is shorter than the file already is.
+            error = t.errorBuffer[0] != '\0' ? std::string(t.errorBuffer) : std::string(curl_easy_strerror(result));
+        } else {
+            wrongBytes = false;
+            if (sink.fault == FileSink::Fault::WriteFailed) {
+                error = sink.writeError;
+            } else if (result != CURLE_OK) {
+                error = t.errorBuffer[0] != '\0' ? std::string(t.errorBuffer) : std::string(curl_easy_strerror(result));
+            } else if (!sink.commit()) {
+                error = sink.writeError;
+            }
+        }
+        if (!error.empty()) {
+            if (wrongBytes) sink.discard();
+            t.response = failure(std::move(error), status);
+            return;
+        }
+        t.response.statusCode = status;
     }
 
     const URLSession::Options& options_;
@@ -445,15 +723,7 @@ struct URLSession::Engine {
 
     static void complete(Transfer& t) {
         auto completion = std::move(t.completion);
-        if (!completion) return;
-        // An exception must not unwind through the session thread: it would end the process.
-        try {
-            completion(std::move(t.response));
-        } catch (const std::exception& e) {
-            NBLog::sharedInstance().log(4, "URL session completion threw: {}", e.what());
-        } catch (...) {
-            NBLog::sharedInstance().log(4, "URL session completion threw a non-standard exception");
-        }
+        if (completion) callGuarded("completion", [&] { completion(std::move(t.response)); });
     }
 
     // ---- contentsOf(): the calling thread -------------------------------------------------------------
@@ -539,6 +809,12 @@ URLSession::~URLSession() = default;
 
 void URLSession::dataTask(Request request, Completion completion) {
     engine_->enqueue(makeTransfer(options_, std::move(request), std::move(completion)));
+}
+
+void URLSession::downloadTask(DownloadRequest request, Progress progress, Completion completion) {
+    auto transfer = makeTransfer(options_, {std::move(request.url), std::move(request.headers)}, std::move(completion));
+    transfer->sink = std::make_unique<FileSink>(std::move(request.destination), request.maxBytes, std::move(progress));
+    engine_->enqueue(std::move(transfer));
 }
 
 URLSession::Response URLSession::contentsOf(Request request) {

@@ -1,9 +1,10 @@
 // URLSession: downloads over HTTP(S) and from file: URLs, on libcurl. The library's shared URL session
 // (shared()) serves the avatar and the display downloads of images; contentsOf() is the synchronous read
-// of a URL's whole content that the image prefetches make.
+// of a URL's whole content that the image prefetches make; downloadTask() streams a large body (an update
+// package) into a file and resumes it after an interruption.
 //
-// How it works: the first dataTask() starts one session thread, which runs libcurl's multi interface for
-// every dataTask() transfer of this session and calls every completion. contentsOf() instead runs its
+// How it works: the first dataTask() or downloadTask() starts one session thread, which runs libcurl's
+// multi interface for every such transfer of this session and calls every completion. contentsOf() instead runs its
 // transfer on the calling thread, so a synchronous read wakes no other thread and no completion holds it
 // up. It needs nothing else: no configuration file, no server of its own. Connections are kept and reused
 // between transfers to the same host: the session thread keeps its own, and each contentsOf() call borrows
@@ -34,6 +35,36 @@
 // not be called from a completion, where it would hold up every other transfer of the session: there it
 // answers a failure at once.
 //
+// Downloads (downloadTask()) follow the rules above with these differences:
+// - The body goes to DownloadRequest::destination as it arrives, never into memory, so
+//   Options::maxBodyBytes does not apply: DownloadRequest::maxBytes caps the whole file instead, as soon as
+//   a reply announces more or the file grows past it. The body is asked for without content encoding, so
+//   that byte ranges and sizes are the file's own. Response::body stays empty.
+// - The file is opened, and created with mode 0600 when missing, on the session thread when the transfer
+//   starts. A file that already holds N > 0 bytes is taken for the start of the same resource, cut short by
+//   an earlier attempt: the request asks for the rest (a Range header "bytes=N-"; a file: URL is read from
+//   offset N) and appends it. A 206 reply must start at byte N. Any other 2xx reply (a server that ignores
+//   ranges) carries the whole resource again, and the file is emptied before it is written. Nothing checks
+//   that the N bytes kept still belong to the resource: a caller that cares checks the finished file
+//   (digest, signature) and removes it to start clean. One download at a time per file.
+// - Success (2xx, or a file: URL read to its end): the file holds the whole resource and was fsync'd before
+//   the completion runs. A 304 (to conditional headers the caller sent) leaves the file as it was.
+// - Failure keeps the bytes that arrived, for the next call to resume from, when the transfer was merely
+//   cut: connection lost, timeout, TLS or name failure, a write error (disk full), or the session destroyed
+//   (the file is closed as it stands). The file is REMOVED when its bytes are wrong or of no use: any HTTP
+//   status that is not success (404, 500, ... and 416, so a file that was already whole, or longer than
+//   the resource, is fetched whole on the next call), a 206 that does not start at byte N, a file: URL
+//   shorter than N, or a file over maxBytes. A URL that does not parse or a destination that cannot be
+//   opened fails without touching the file.
+// - Progress runs on the session thread with the file's totals: `received` counts the bytes in the file,
+//   resumed ones included, and `expected` is the final size when the reply announced one (the total of
+//   Content-Range, or the bytes kept plus Content-Length). Reports start once the reply is known to fill
+//   the file (after a restart from zero, from zero), come at most once per 64 KiB written, and once more
+//   on success with `received` and `expected` both the file's final size; so within one task `received`
+//   never goes down. None comes after the
+//   completion, nor after a failure. A progress callback that throws is logged like a completion and the
+//   transfer goes on. It runs inside the session's transfer loop: it should return quickly.
+//
 // Lifetime: destroying a session stops and joins its thread; transfers still running are abandoned and
 // their completions destroyed without being called, on the destroying thread. contentsOf() calls still
 // running give up at once and answer a failure; the destructor waits until they have let go of the
@@ -43,6 +74,8 @@
 
 #include <chrono>
 #include <cstddef>
+#include <cstdint>
+#include <filesystem>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -105,6 +138,21 @@ public:
 
     // The transfer of dataTask, performed on the calling thread.
     [[nodiscard]] Response contentsOf(Request request);
+
+    struct DownloadRequest {
+        std::string url;  // parsed strictly, as Request::url
+        std::vector<std::pair<std::string, std::string>> headers;
+        std::filesystem::path destination;  // written as described under Downloads above
+        // The file may not grow past this many bytes; nullopt: no limit.
+        std::optional<std::uint64_t> maxBytes;
+    };
+
+    // received: bytes in the file so far; expected: its final size, when the reply announced one.
+    using Progress = std::function<void(std::uint64_t received, std::optional<std::uint64_t> expected)>;
+
+    // A dataTask whose body goes to a file (see Downloads above). Returns at once; an empty progress
+    // reports nothing, an empty completion still runs the download.
+    void downloadTask(DownloadRequest request, Progress progress, Completion completion);
 
 private:
     const Options options_;
