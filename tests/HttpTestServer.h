@@ -1,9 +1,10 @@
 // A real HTTP server on 127.0.0.1 (cpp-httplib, any free port) for download tests.
 //
 // It serves named resources (path → body, with optional ETag and Last-Modified validators; a matching
-// If-None-Match or If-Modified-Since gets 304), answers 404 for any other path, and can misbehave per path
-// (see Mode). It records what tests ask about: requests per path, the request headers of the last request
-// to each path, the most requests in flight at once, and how many distinct connections were made. A gate,
+// If-None-Match or If-Modified-Since gets 304; a Range "bytes=N-" gets 206 with Content-Range, or 416 past
+// the end), answers 404 for any other path, and can misbehave per path (see Mode). It records what tests
+// ask about: requests per path, the request headers of the last request to each path, the Range header of
+// every request, the most requests in flight at once, and how many distinct connections were made. A gate,
 // when closed, holds every request until the test opens it. Transport::Https serves the same over TLS with
 // a self-signed certificate, for clients that must refuse it.
 //
@@ -32,6 +33,7 @@
 #include <string_view>
 #include <thread>
 #include <utility>
+#include <vector>
 
 #include "foundation/DispatchTestSupport.h"
 
@@ -48,6 +50,10 @@ public:
         RedirectLoop,        // 302 back to the same path, forever
         Redirect,            // 302 to the path in `body`, with the resource's validators on the 302
         Endless,             // a chunked body that never ends while the client reads
+        IgnoreRange,         // 200 and the whole body, whatever range was asked for
+        WrongRange,          // 206 and the whole body as "bytes 0-...", whatever range was asked for
+        CutFirst,            // the first request: the full length announced, half of it sent, the connection
+                             // closed; later requests are served as Serve
     };
     struct Resource {
         Resource(std::string body = {}, std::optional<std::string> etag = {},
@@ -139,6 +145,12 @@ public:
         if (it == lastHeaders_.end() || it->second.count(name) == 0) return std::nullopt;
         return it->second.find(name)->second;
     }
+    // The Range header of each request to `path`, in order; "" for a request without one.
+    [[nodiscard]] std::vector<std::string> rangeHeaders(const std::string& path) const {
+        std::lock_guard lock(mutex_);
+        auto it = ranges_.find(path);
+        return it == ranges_.end() ? std::vector<std::string>{} : it->second;
+    }
     // Waits until `count` requests are inside the server at once (held at the gate, or stalling).
     bool waitForInFlight(int count) {
         std::unique_lock lock(mutex_);
@@ -150,23 +162,39 @@ private:
 
     void handle(const httplib::Request& request, httplib::Response& response) {
         Resource resource({}, {}, {}, Mode::NotFound);
+        bool first = false;
         {
             std::unique_lock lock(mutex_);
-            ++counts_[request.path];
+            first = ++counts_[request.path] == 1;
             lastHeaders_[request.path] = request.headers;
+            ranges_[request.path].push_back(request.get_header_value("Range"));
             clientPorts_.insert(request.remote_port);
             maxInFlight_ = std::max(maxInFlight_, ++inFlight_);
             changed_.notify_all();
             changed_.wait_for(lock, kPatience, [&] { return gateOpen_ || closing_; });
             if (auto it = resources_.find(request.path); it != resources_.end()) resource = it->second;
         }
-        respond(request, response, resource);
+        respond(request, response, resource, first);
         std::lock_guard lock(mutex_);
         --inFlight_;
     }
 
-    void respond(const httplib::Request& request, httplib::Response& response, const Resource& resource) {
+    void respond(const httplib::Request& request, httplib::Response& response, const Resource& resource,
+                 bool first) {
         switch (resource.mode) {
+        case Mode::CutFirst:
+            if (first) {
+                // cpp-httplib asks for the requested range's bytes from `offset` on.
+                response.set_content_provider(
+                    resource.body.size(), "application/octet-stream",
+                    [body = resource.body](std::size_t offset, std::size_t, httplib::DataSink& sink) {
+                        const std::size_t half = body.size() / 2;
+                        if (offset < half) sink.write(body.data() + offset, half - offset);
+                        return false;  // the connection is closed short of the announced length
+                    });
+                return;
+            }
+            [[fallthrough]];
         case Mode::Serve: {
             if (resource.etag) response.set_header("ETag", *resource.etag);
             if (resource.lastModified) response.set_header("Last-Modified", *resource.lastModified);
@@ -210,6 +238,18 @@ private:
             if (resource.etag) response.set_header("ETag", *resource.etag);
             if (resource.lastModified) response.set_header("Last-Modified", *resource.lastModified);
             response.set_redirect(resource.body);
+            return;
+        case Mode::IgnoreRange:
+        case Mode::WrongRange:
+            // cpp-httplib cuts the body to the requested range after the handler; with the range forgotten it
+            // sends the body as set here. The request object is the server's own, not const.
+            const_cast<httplib::Request&>(request).ranges.clear();
+            if (resource.mode == Mode::WrongRange) {
+                response.status = 206;
+                response.set_header("Content-Range", "bytes 0-" + std::to_string(resource.body.size() - 1) + "/" +
+                                                         std::to_string(resource.body.size()));
+            }
+            response.set_content(resource.body, "application/octet-stream");
             return;
         case Mode::Endless:
             response.set_chunked_content_provider(
@@ -263,6 +303,7 @@ private:
     std::map<std::string, Resource> resources_;       // guarded by mutex_
     std::map<std::string, int> counts_;               // guarded by mutex_
     std::map<std::string, httplib::Headers> lastHeaders_;  // guarded by mutex_
+    std::map<std::string, std::vector<std::string>> ranges_;  // guarded by mutex_
     std::set<int> clientPorts_;                       // guarded by mutex_
     int inFlight_ = 0;                                // guarded by mutex_
     int maxInFlight_ = 0;                             // guarded by mutex_

@@ -1,5 +1,7 @@
+#include <filesystem>
 #include <fstream>
 #include <future>
+#include <sstream>
 #include <set>
 #include <thread>
 
@@ -266,6 +268,7 @@ TEST(URLSession, ContentsOfFromACompletionFailsAtOnce) {
 }
 
 TEST(URLSession, DestructionAbandonsTransfersInFlight) {
+    nbtest::TempDir dir;
     HttpTestServer server;
     server.serve("/held", "never delivered");
     server.closeGate();
@@ -276,13 +279,209 @@ TEST(URLSession, DestructionAbandonsTransfersInFlight) {
         for (int i = 0; i < 2; ++i) {
             session.dataTask({server.url("/held"), {}}, [called](URLSession::Response) { ++*called; });
         }
+        session.downloadTask({server.url("/held"), {}, dir.path() / "held.bin", {}},
+                             [called](std::uint64_t, std::optional<std::uint64_t>) { ++*called; },
+                             [called](URLSession::Response) { ++*called; });
         waiting = std::async(std::launch::async, [&] { return session.contentsOf({server.url("/held"), {}}); });
-        ASSERT_TRUE(server.waitForInFlight(3));
+        ASSERT_TRUE(server.waitForInFlight(4));
     }
+    EXPECT_TRUE(std::filesystem::exists(dir.path() / "held.bin")) << "an abandoned download keeps its file";
     EXPECT_EQ(*called, 0);
     EXPECT_EQ(called.use_count(), 1) << "the completions were destroyed with the session";
     ASSERT_EQ(waiting.wait_for(kPatience), std::future_status::ready);
     EXPECT_FALSE(waiting.get().succeeded());
+}
+
+// ---- downloads -------------------------------------------------------------------------------------------
+
+struct DownloadLog {
+    std::mutex mutex;
+    std::vector<std::pair<std::uint64_t, std::optional<std::uint64_t>>> progress;  // guarded by mutex
+    std::set<std::thread::id> threads;                                            // guarded by mutex
+    std::optional<URLSession::Response> response;                                 // guarded by mutex
+};
+
+std::shared_ptr<DownloadLog> download(URLSession& session, URLSession::DownloadRequest request) {
+    auto log = std::make_shared<DownloadLog>();
+    auto done = std::make_shared<std::promise<void>>();
+    auto future = done->get_future();
+    session.downloadTask(
+        std::move(request),
+        [log](std::uint64_t received, std::optional<std::uint64_t> expected) {
+            std::lock_guard lock(log->mutex);
+            EXPECT_FALSE(log->response) << "progress after the completion";
+            log->progress.emplace_back(received, expected);
+            log->threads.insert(std::this_thread::get_id());
+        },
+        [log, done](URLSession::Response response) {
+            {
+                std::lock_guard lock(log->mutex);
+                log->threads.insert(std::this_thread::get_id());
+                log->response = std::move(response);
+            }
+            done->set_value();
+        });
+    if (future.wait_for(kPatience) != std::future_status::ready) return nullptr;
+    return log;
+}
+
+std::optional<std::string> readFile(const std::filesystem::path& path) {
+    std::ifstream in(path, std::ios::binary);
+    if (!in) return std::nullopt;
+    std::ostringstream content;
+    content << in.rdbuf();
+    return content.str();
+}
+
+void writeFile(const std::filesystem::path& path, const std::string& content) {
+    std::ofstream(path, std::ios::binary | std::ios::trunc) << content;
+}
+
+// Bytes that differ from offset to offset, so a misplaced range shows.
+std::string patterned(std::size_t size) {
+    std::string bytes(size, '\0');
+    for (std::size_t i = 0; i < size; ++i) bytes[i] = static_cast<char>((i * 131 + i / 251) & 0xff);
+    return bytes;
+}
+
+// Progress only grows, on the session thread, and after a success ends at the whole file.
+void expectProgress(DownloadLog& log, const std::optional<std::string>& whole) {
+    std::lock_guard lock(log.mutex);
+    const auto& reports = log.progress;
+    for (std::size_t i = 1; i < reports.size(); ++i) EXPECT_GE(reports[i].first, reports[i - 1].first) << i;
+    if (whole) {
+        ASSERT_FALSE(reports.empty());
+        EXPECT_EQ(reports.back(), std::pair(std::uint64_t{whole->size()}, std::optional(std::uint64_t{whole->size()})));
+    }
+    EXPECT_EQ(log.threads.size(), 1u);
+    EXPECT_EQ(log.threads.count(std::this_thread::get_id()), 0u);
+}
+
+TEST(URLSessionDownload, WritesResumesRestartsOrRemovesTheFile) {
+    const std::string body = patterned(200 * 1024);
+    struct Case {
+        const char* name;
+        HttpTestServer::Resource resource;
+        std::optional<std::string> before;  // the file's content before the download; nullopt: no file
+        std::optional<std::uint64_t> maxBytes;
+        std::string error;  // the start of the expected error; empty for success
+        long status;
+        std::optional<std::string> after;  // nullopt: no file
+        std::string range;                 // the Range header the server saw
+    };
+    const Case cases[] = {
+        {"fresh", {body}, {}, {}, "", 200, body, ""},
+        {"resumed with a 206", {body}, body.substr(0, 70'000), {}, "", 206, body, "bytes=70000-"},
+        {"range ignored: restarted", {body, {}, {}, Mode::IgnoreRange}, "stale bytes", {}, "", 200, body, "bytes=11-"},
+        {"206 from the wrong byte", {body, {}, {}, Mode::WrongRange}, body.substr(0, 1000), {},
+         "the reply's range does not start at byte 1000", 206, {}, "bytes=1000-"},
+        {"already whole: 416", {body}, body, {}, "HTTP 416", 416, {}, "bytes=204800-"},
+        {"not found", {"", {}, {}, Mode::NotFound}, {}, {}, "HTTP 404", 404, {}, ""},
+        {"exactly at maxBytes", {body}, {}, body.size(), "", 200, body, ""},
+        {"announced over maxBytes", {body}, {}, body.size() - 1, "download over 204799 bytes", 200, {}, ""},
+        {"resumed over maxBytes", {body}, body.substr(0, 1000), body.size() - 1, "download over", 206, {},
+         "bytes=1000-"},
+        {"unannounced over maxBytes", {"", {}, {}, Mode::Endless}, {}, 100'000, "download over 100000", 200, {}, ""},
+        {"cut mid-body: kept", {body, {}, {}, Mode::CloseMidBody}, {}, {}, "transfer closed", 200, body, ""},
+    };
+    nbtest::TempDir dir;
+    const auto file = dir.path() / "download.bin";
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        HttpTestServer server;
+        server.serve("/r", c.resource);
+        std::filesystem::remove(file);
+        if (c.before) writeFile(file, *c.before);
+        auto log = [&] {
+            URLSession session(quick());
+            return download(session, {server.url("/r"), {}, file, c.maxBytes});
+        }();  // the session is gone: a late progress report would have shown by now
+        ASSERT_TRUE(log);
+        const auto& response = *log->response;
+        EXPECT_EQ(response.error.substr(0, c.error.size()), c.error) << response.error;
+        EXPECT_EQ(response.succeeded(), c.error.empty());
+        EXPECT_EQ(response.statusCode, c.status);
+        EXPECT_TRUE(response.body.empty());
+        EXPECT_EQ(readFile(file), c.after);
+        EXPECT_EQ(server.rangeHeaders("/r"), std::vector{c.range});
+        expectProgress(*log, c.error.empty() ? c.after : std::nullopt);
+    }
+    ASSERT_TRUE(std::filesystem::exists(file));  // made by the last case
+    EXPECT_EQ(std::filesystem::status(file).permissions(),
+              std::filesystem::perms::owner_read | std::filesystem::perms::owner_write);
+}
+
+TEST(URLSessionDownload, ResumesACutDownloadWhereItStopped) {
+    const std::string body = patterned(300 * 1024);
+    const std::size_t half = body.size() / 2;
+    HttpTestServer server;
+    server.serve("/pkg", {body, {}, {}, Mode::CutFirst});
+    nbtest::TempDir dir;
+    const auto file = dir.path() / "pkg.bin";
+    URLSession session(quick());
+
+    auto first = download(session, {server.url("/pkg"), {}, file, {}});
+    ASSERT_TRUE(first);
+    EXPECT_FALSE(first->response->succeeded());
+    EXPECT_EQ(std::filesystem::file_size(file), half) << "every byte that arrived was kept";
+
+    auto second = download(session, {server.url("/pkg"), {}, file, {}});
+    ASSERT_TRUE(second);
+    EXPECT_TRUE(second->response->succeeded()) << second->response->error;
+    EXPECT_EQ(readFile(file), body);
+    EXPECT_EQ(server.rangeHeaders("/pkg"), (std::vector<std::string>{"", "bytes=" + std::to_string(half) + "-"}));
+    expectProgress(*second, body);
+    EXPECT_GE(second->progress.size(), 2u) << "reported as it arrived, not only at the end";
+    EXPECT_GT(second->progress.front().first, half) << "the kept bytes count";
+}
+
+// A file: URL is read from the offset where the destination stops; nothing checks the kept bytes.
+TEST(URLSessionDownload, ReadsFileUrlsFromWhereTheFileStops) {
+    nbtest::TempDir dir;
+    const std::string content = patterned(100 * 1024);
+    const auto source = dir.path() / "source.bin";
+    writeFile(source, content);
+    struct Case {
+        const char* name;
+        std::string before;
+        std::string error;
+        std::optional<std::string> after;
+    };
+    const Case cases[] = {
+        {"resumed at an offset", content.substr(0, 5000), "", content},
+        {"already whole", content, "", content},
+        {"longer than the source", content + "tail", "failed to resume", {}},
+    };
+    URLSession session(quick());
+    const auto file = dir.path() / "copy.bin";
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        writeFile(file, c.before);
+        auto log = download(session, {"file://" + source.string(), {}, file, {}});
+        ASSERT_TRUE(log);
+        EXPECT_EQ(log->response->error.substr(0, c.error.size()), c.error) << log->response->error;
+        EXPECT_EQ(readFile(file), c.after);
+        if (c.error.empty()) expectProgress(*log, c.after);
+    }
+}
+
+TEST(URLSessionDownload, FailsWithoutTouchingADestinationItCannotUse) {
+    nbtest::TempDir dir;
+    HttpTestServer server;
+    server.serve("/r", "body");
+    URLSession session(quick());
+    writeFile(dir.path() / "kept.bin", "kept");
+
+    auto unparsable = download(session, {"http://127.0.0.1:1/a b", {}, dir.path() / "kept.bin", {}});
+    ASSERT_TRUE(unparsable);
+    EXPECT_TRUE(unparsable->response->error.starts_with("unparsable URL")) << unparsable->response->error;
+    EXPECT_EQ(readFile(dir.path() / "kept.bin"), "kept");
+
+    auto folder = download(session, {server.url("/r"), {}, dir.path(), {}});
+    ASSERT_TRUE(folder);
+    EXPECT_TRUE(folder->response->error.starts_with("could not open")) << folder->response->error;
+    EXPECT_TRUE(std::filesystem::is_directory(dir.path()));
+    EXPECT_EQ(server.requestCount("/r"), 0);
 }
 
 }  // namespace
