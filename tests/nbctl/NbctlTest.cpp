@@ -17,6 +17,7 @@
 #include "TempDir.h"
 #include "nbbase/foundation/Json.h"
 #include "nbbase/foundation/UserDefaults.h"
+#include "nbbase/updater/SUSignatureVerifier.h"
 
 namespace {
 
@@ -190,7 +191,11 @@ TEST_F(NbctlTest, ReferenceHostFinishes) {
                              "[Upgrade, highlighted]\n",
                              "pictures the image server was asked for again: 3\n", "pre_launch_game afterwards: none",
                              "reported with ticket ct-3001-c7d2\n", "QR code: PNG image, 21 x 21 pixels",
-                             "\nhttps://www.korvane-nimbo.com/page/feedback/mac.html?data="}) {
+                             "\nhttps://www.korvane-nimbo.com/page/feedback/mac.html?data=",
+                             "decision: optional update to 3.3.0\n",
+                             "download link: https://dl.korvane-nimbo.com/mac/nimbo_official/Nimbo_3.3.0-nimbo_official.dmg\n",
+                             "(4194304 bytes, Ed25519 signature good)\n",
+                             "download failed: update refused: the signature does not match\n"}) {
         EXPECT_THAT(o.out, HasSubstr(line));
     }
 }
@@ -329,6 +334,43 @@ TEST_F(NbctlTest, VersionCompareAnswersAsTheUpdater) {
     const Outcome missing = nbctl("version-compare 1.0");
     EXPECT_EQ(missing.exitCode, 2);
     EXPECT_TRUE(oneLine(missing.err)) << missing.err;
+}
+
+TEST_F(NbctlTest, UpdateCheckSaysWhatTheUpdaterWouldDo) {
+    const std::string home = "HOME='" + folder_.string() + "' XDG_CONFIG_HOME='" + folder_.string() + "' XDG_CACHE_HOME='" +
+                             (folder_ / "caches").string() + "'";
+    struct Case {
+        std::string args;
+        int exitCode;
+        const char* line;
+    } cases[] = {
+        {"--running 3.2.0", 0, "decision: optional update to 3.3.0\ndownload link: "
+                               "https://dl.korvane-nimbo.com/mac/Nimbo_3.3.0.dmg\npackage: length not stated, not signed\n"},
+        {"--running 3.3.0", 0, "decision: up to date\n"},
+        {"--running 3.2.0 --appcast file://" NBBASE_SOURCE_DIR "/examples/appcast/appcast.xml", 0, "feed: 3 items\n"},
+        {"--appcast http://127.0.0.1:1/appcast.xml", 1, "check failed: the feed http://127.0.0.1:1/appcast.xml"},
+    };
+    for (const auto& c : cases) {
+        const Outcome o = nbctl("update check " + c.args, home);
+        EXPECT_EQ(o.exitCode, c.exitCode) << c.args << ": " << o.err;
+        EXPECT_THAT(o.out, HasSubstr(c.line)) << c.args;
+    }
+
+    // A key pair from keygen signs a package so that the updater's verifier accepts it.
+    const Outcome keys = nbctl("update keygen");
+    ASSERT_EQ(keys.exitCode, 0) << keys.err;
+    std::smatch pair;
+    ASSERT_TRUE(std::regex_search(keys.out, pair, std::regex(": (\\S+)\n.*: (\\S+)\n")));
+    const std::string package = file("package.dmg", "the package");
+    const Outcome signature = nbctl("update sign --key " + file("key", pair[1].str() + "\n") + " " + package);
+    ASSERT_EQ(signature.exitCode, 0) << signature.err;
+    std::smatch attribute;
+    ASSERT_TRUE(std::regex_search(signature.out, attribute, std::regex("edSignature=\"([^\"]+)\" length=\"11\"")));
+    EXPECT_TRUE(nb::SUSignatureVerifier(pair[2].str()).verifyFile(package, attribute[1].str()));
+
+    const Outcome bad = nbctl("update sign --key " + file("bad", "not a key") + " " + package);
+    EXPECT_EQ(bad.exitCode, 1);
+    EXPECT_TRUE(oneLine(bad.err)) << bad.err;
 }
 
 }  // namespace

@@ -13,6 +13,7 @@
 #include "FeedbackCommand.h"
 #include "HostCommand.h"
 #include "SdkCommand.h"
+#include "UpdateCommand.h"
 #include "VersionCompareCommand.h"
 #include "nbbase/foundation/Folders.h"
 
@@ -34,6 +35,7 @@ int main(int argc, char** argv) {
     nb::nbctl::EntitlementsCommand entitlements(app, NBCTL_DEFAULT_REPLIES);
     nb::nbctl::FeedbackCommand feedback(app, preferences, NBCTL_DEFAULT_REPLIES);
     nb::nbctl::VersionCompareCommand versionCompare(app);
+    nb::nbctl::UpdateCommand update(app, NBCTL_DEFAULT_REPLIES);
 
     try {
         app.parse(argc, argv);
@@ -51,5 +53,6 @@ int main(int argc, char** argv) {
     if (catalog.selected()) return catalog.run();
     if (feedback.selected()) return feedback.run();
     if (versionCompare.selected()) return versionCompare.run();
+    if (update.selected()) return update.run();
     return host.run();
 }
