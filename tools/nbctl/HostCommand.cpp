@@ -21,6 +21,7 @@
 #include "CatalogReport.h"
 #include "HostSteps.h"
 #include "HostSupport.h"
+#include "HostUpdate.h"
 #include "LocalImageServer.h"
 #include "ReportText.h"
 #include "PlistText.h"
@@ -334,7 +335,8 @@ bool playImages(NBConfiguration& configuration, NimboSdkManager& bridge, ReplayS
 // The SDK bridge: created from the stored identity on ReplaySdk, which answers from recorded replies;
 // the library's log lines now go to the SDK's log.
 bool playSdk(NBConfiguration& configuration, const std::filesystem::path& replies, const std::filesystem::path& images,
-             const Folders& folders, MainQueue& main, bool openFeedback) {
+             const Folders& folders, const std::shared_ptr<const MainBundle>& bundle, MainQueue& main,
+             bool openFeedback) {
     section("sdk");
     std::string error;
     if (!ReplaySdk::validateFolder(replies, &error)) {
@@ -367,7 +369,8 @@ bool playSdk(NBConfiguration& configuration, const std::filesystem::path& replie
     }
     const auto interests = ok ? playEntitlements(configuration, bridge, replies, main) : nullptr;
     ok = interests && playCatalog(configuration, bridge, replies, *interests, main) &&
-         playImages(configuration, bridge, *replay, replies, images, folders, main, openFeedback);
+         playImages(configuration, bridge, *replay, replies, images, folders, main, openFeedback) &&
+         HostUpdate({configuration, bridge, folders, bundle, main}).run();
     bridge.uninitializeSDK();
     NimboSDKInterface::setClassObject(nullptr);
     NBLog::sharedInstance().setLogHandler(nullptr);
@@ -413,7 +416,8 @@ int HostCommand::run() const {
         MainQueue& main = MainQueue::sharedInstance();
         const auto events = std::make_shared<NBEventCenter>(main);
         playSettings(configuration);
-        ok = playSignIn(configuration, events, main) && playSdk(configuration, replies_, images_, folders, main, openFeedback_);
+        ok = playSignIn(configuration, events, main) &&
+             playSdk(configuration, replies_, images_, folders, bundle, main, openFeedback_);
     }
 
     NBLog::sharedInstance().setLogHandler(nullptr);
