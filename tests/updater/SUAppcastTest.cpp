@@ -9,7 +9,6 @@
 #include <optional>
 #include <sstream>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "nbbase/foundation/Json.h"
@@ -258,24 +257,6 @@ TEST(SUAppcastTest, RefusedFeeds) {
     // A feed declaring an encoding the bytes do not follow fails in the conversion, outside any context.
     EXPECT_FALSE(SUAppcast::parseAppcastData("<?xml version='1.0' encoding='ISO-2022-JP'?><rss>\x1b$B\xff\xff</rss>"));
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
-}
-
-// Several threads read at once, the first of them initialising the XML library.
-TEST(SUAppcastTest, ConcurrentReaders) {
-    const std::string feed = exampleFeed();
-    std::vector<std::size_t> counts(4);
-    {
-        std::vector<std::jthread> readers;
-        for (std::size_t i = 0; i < counts.size(); ++i) {
-            readers.emplace_back([&feed, &counts, i] {
-                for (int round = 0; round < 20; ++round) {
-                    const auto appcast = SUAppcast::parseAppcastData(round % 2 ? feed : feed.substr(0, 300));
-                    counts[i] += appcast ? appcast->items().size() : 0;
-                }
-            });
-        }
-    }
-    for (const std::size_t count : counts) EXPECT_EQ(count, 30u);
 }
 
 }  // namespace
