@@ -15,6 +15,7 @@
 #include <utility>
 #include <vector>
 
+#include "LogLines.h"
 #include "TempDir.h"
 #include "foundation/DispatchTestSupport.h"
 #include "nbbase/core/NimboSdkManager.h"
@@ -28,28 +29,6 @@ namespace nbtest {
 
 inline nb::Data bytes(std::string_view text) { return nb::Data(text.begin(), text.end()); }
 inline nb::Value json(std::string_view text) { return nb::Json::decode(text).value(); }
-
-// Lines logged to log() from any thread, as "<level> <text>".
-class LogLines {
-public:
-    LogLines() {
-        log_.setLogHandler([this](std::int32_t level, const std::string& text) {
-            std::lock_guard lock(mutex_);
-            lines_.push_back(std::to_string(level) + " " + text);
-        });
-    }
-    nb::NBLog& log() { return log_; }
-    // The lines logged since the previous call.
-    std::vector<std::string> take() {
-        std::lock_guard lock(mutex_);
-        return std::exchange(lines_, {});
-    }
-
-private:
-    std::mutex mutex_;
-    std::vector<std::string> lines_;  // guarded by mutex_
-    nb::NBLog log_;
-};
 
 // Waits until everything posted to `queue` before the call has run (the queue must run tasks in order).
 inline bool drain(nb::DispatchQueue& queue) {

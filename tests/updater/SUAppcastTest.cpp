@@ -5,12 +5,12 @@
 #include <cstdint>
 #include <fstream>
 #include <iterator>
-#include <mutex>
 #include <optional>
 #include <sstream>
 #include <string>
 #include <vector>
 
+#include "LogLines.h"
 #include "nbbase/foundation/Json.h"
 #include "nbbase/updater/SUAppcastItem.h"
 
@@ -29,26 +29,7 @@ std::string rss(std::string_view items) {
            std::string(items) + "</channel></rss>";
 }
 
-// Collects what a parse logs.
-class LogLines {
-public:
-    LogLines() {
-        log_.setLogHandler([this](std::int32_t level, const std::string& text) {
-            std::lock_guard lock(mutex_);
-            lines_.push_back(std::to_string(level) + " " + text);
-        });
-    }
-    NBLog& log() { return log_; }
-    std::vector<std::string> lines() {
-        std::lock_guard lock(mutex_);
-        return lines_;
-    }
-
-private:
-    std::mutex mutex_;
-    std::vector<std::string> lines_;  // guarded by mutex_
-    NBLog log_;  // last, so that it goes before the lines it writes to
-};
+using nbtest::LogLines;
 
 TEST(SUAppcastTest, ExampleFeedReadFully) {
     LogLines log;
@@ -56,7 +37,7 @@ TEST(SUAppcastTest, ExampleFeedReadFully) {
     const std::optional<SUAppcast> appcast = SUAppcast::parseAppcastData(exampleFeed(), &error, log.log());
     ASSERT_TRUE(appcast) << error;
     EXPECT_EQ(error, "untouched");
-    EXPECT_TRUE(log.lines().empty());
+    EXPECT_TRUE(log.take().empty());
 
     struct Expected {
         const char* title;
@@ -221,7 +202,7 @@ TEST(SUAppcastTest, FeedReadingRules) {
         std::vector<std::string> versions;
         for (const auto& item : appcast->items()) versions.push_back(item->versionString());
         EXPECT_EQ(versions, row.versions);
-        const std::vector<std::string> lines = log.lines();
+        const std::vector<std::string> lines = log.take();
         EXPECT_EQ(lines.size(), row.skipped);
         for (const std::string& line : lines) EXPECT_EQ(line.rfind("2 appcast item ", 0), 0u) << line;
     }
