@@ -7,7 +7,7 @@ set -euo pipefail
 
 packages=(
   build-essential cmake ninja-build pkg-config gettext
-  libfmt-dev rapidjson-dev libplist-dev libsqlite3-dev libasio-dev libcli11-dev libcurl4-openssl-dev libssl-dev libicu-dev libxml2-dev
+  libfmt-dev rapidjson-dev libplist-dev libsqlite3-dev libasio-dev libcli11-dev libcurl4-openssl-dev libssl-dev libicu-dev libxml2-dev libnl-genl-3-dev
   libgtest-dev libgmock-dev libbenchmark-dev libcpp-httplib-dev
 )
 if [[ "${1:-}" == "--fuzz" ]]; then
