@@ -3,7 +3,10 @@
 #include <cerrno>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
+#include <sstream>
 #include <string>
+#include <string_view>
 #include <system_error>
 #include <vector>
 
@@ -49,6 +52,77 @@ std::string resolve(const std::optional<std::string>& xdgValue, const std::strin
     return join(home, fallback);
 }
 
+// The file is a handful of lines; a larger one is not the tool's output and is read only this far.
+constexpr std::size_t kUserDirsReadLimit = 64 * 1024;
+
+std::string readUserDirsFile(const std::string& preferences) {
+    if (preferences.empty()) return {};
+    std::ifstream in(preferences + "/user-dirs.dirs", std::ios::binary);
+    if (!in) return {};
+    std::string text(kUserDirsReadLimit, '\0');
+    in.read(text.data(), static_cast<std::streamsize>(text.size()));
+    text.resize(static_cast<std::size_t>(in.gcount()));
+    return text;
+}
+
+// One line in the tool's format, XDG_DOCUMENTS_DIR="$HOME/relative" or XDG_DOCUMENTS_DIR="/absolute", read
+// as the shell would read the double-quoted value; nullopt for any other line, and for a home-relative
+// value while the home is unknown. Whatever follows the closing quote is ignored.
+std::optional<std::string> documentsFromLine(std::string_view line, const std::string& home) {
+    constexpr std::string_view kName = "XDG_DOCUMENTS_DIR";
+    auto skipBlanks = [&line] {
+        while (!line.empty() && (line.front() == ' ' || line.front() == '\t')) line.remove_prefix(1);
+    };
+    skipBlanks();
+    if (!line.starts_with(kName)) return std::nullopt;
+    line.remove_prefix(kName.size());
+    skipBlanks();
+    if (!line.starts_with('=')) return std::nullopt;
+    line.remove_prefix(1);
+    skipBlanks();
+    if (!line.starts_with('"')) return std::nullopt;
+    line.remove_prefix(1);
+
+    const bool homeRelative = line.starts_with("$HOME");
+    if (homeRelative) {
+        line.remove_prefix(5);
+        if (!line.starts_with('/') && !line.starts_with('"')) return std::nullopt;  // $HOMEX is another variable
+    } else if (!line.starts_with('/')) {
+        return std::nullopt;
+    }
+    std::string value;
+    bool closed = false;
+    for (std::size_t i = 0; i < line.size(); ++i) {
+        const char c = line[i];
+        if (c == '"') {
+            closed = true;
+            break;
+        }
+        // Inside double quotes a backslash escapes only these; before anything else it is itself.
+        constexpr std::string_view kEscapable = "\"\\$`";
+        if (c == '\\' && i + 1 < line.size() && kEscapable.find(line[i + 1]) != std::string_view::npos) {
+            value += line[++i];
+            continue;
+        }
+        value += c;
+    }
+    if (!closed) return std::nullopt;
+    if (!homeRelative) return normalised(value);
+    if (home.empty()) return std::nullopt;
+    return normalised(home + "/" + value);
+}
+
+// Lines in any other shape are skipped, so a stray edit cannot point documents at a relative folder; of the
+// rest the last wins, as it would when a shell sources the file.
+std::optional<std::string> documentsFromUserDirs(const std::string& text, const std::string& home) {
+    std::optional<std::string> documents;
+    std::istringstream lines(text);
+    for (std::string line; std::getline(lines, line);) {
+        if (auto path = documentsFromLine(line, home)) documents = std::move(path);
+    }
+    return documents;
+}
+
 }  // namespace
 
 Folders::Environment Folders::Environment::fromProcess() {
@@ -65,7 +139,13 @@ Folders::Folders(const Environment& environment, Layout layout, const AccountHom
     const bool mac = layout == Layout::MacOS;
     preferences_ = resolve(environment.xdgConfigHome, home_, mac ? "Library/Preferences" : ".config");
     caches_ = resolve(environment.xdgCacheHome, home_, mac ? "Library/Caches" : ".cache");
-    documents_ = resolve(environment.xdgDocumentsDir, home_, "Documents");
+    if (auto documents = absolutePath(environment.xdgDocumentsDir)) {
+        documents_ = *documents;
+    } else if (auto fromFile = mac ? std::nullopt : documentsFromUserDirs(readUserDirsFile(preferences_), home_)) {
+        documents_ = *fromFile;
+    } else {
+        documents_ = join(home_, "Documents");
+    }
 }
 
 Folders Folders::fromProcessEnvironment() { return Folders(Environment::fromProcess()); }

@@ -68,6 +68,48 @@ protected:
     const fs::path root_ = dir_.path();
 };
 
+TEST_F(FoldersOnDisk, DocumentsComeFromTheUserDirsFileWhenTheEnvironmentDoesNotSay) {
+    // `file` is the content of user-dirs.dirs in the preferences folder (nullopt: no file); a leading "~" in
+    // `documents` stands for the home folder.
+    const std::string home = (root_ / "home").string();
+    const std::string config = (root_ / "cfg").string();
+    fs::create_directories(config);
+    const struct {
+        std::optional<std::string> file;
+        std::optional<std::string> xdgDocumentsDir;
+        Folders::Layout layout = kXdg;
+        bool homeKnown = true;
+        std::string documents;
+    } cases[] = {
+        {kUnset, kUnset, kXdg, true, "~/Documents"},
+        {"# written by the tool\nXDG_DESKTOP_DIR=\"$HOME/Desktop\"\nXDG_DOCUMENTS_DIR=\"$HOME/Dokumente\"\n",
+         kUnset, kXdg, true, "~/Dokumente"},
+        {"XDG_DOCUMENTS_DIR=\"/srv//docs/\"", kUnset, kXdg, true, "/srv/docs"},
+        {"XDG_DOCUMENTS_DIR=\"$HOME/\"", kUnset, kXdg, true, "~"},
+        {"  XDG_DOCUMENTS_DIR =\t\"$HOME/a b\" # trailing words\r\n", kUnset, kXdg, true, "~/a b"},
+        {R"(XDG_DOCUMENTS_DIR="$HOME/q\"\\\$\`\n")", kUnset, kXdg, true, R"(~/q"\$`\n)"},
+        // The last well-formed line wins; malformed ones after it do not reset it.
+        {"XDG_DOCUMENTS_DIR=\"$HOME/first\"\nXDG_DOCUMENTS_DIR=\"$HOME/second\"\n"
+         "XDG_DOCUMENTS_DIR=\"relative\"\nXDG_DOCUMENTS_DIR=$HOME/unquoted\nXDG_DOCUMENTS_DIR=\"$HOMEX/x\"\n"
+         "XDG_DOCUMENTS_DIR=\"$HOME/unterminated\nXDG_DOCUMENTS_DIRS=\"/other\"\n#XDG_DOCUMENTS_DIR=\"/c\"\n",
+         kUnset, kXdg, true, "~/second"},
+        {"XDG_DOCUMENTS_DIR=\"/from/file\"", "/from/env", kXdg, true, "/from/env"},
+        {"XDG_DOCUMENTS_DIR=\"/from/file\"", "relative/env", kXdg, true, "/from/file"},
+        {"XDG_DOCUMENTS_DIR=\"/from/file\"", kUnset, kMac, true, "~/Documents"},
+        {"XDG_DOCUMENTS_DIR=\"$HOME/Docs\"", kUnset, kXdg, false, ""},
+        {"XDG_DOCUMENTS_DIR=\"/from/file\"", kUnset, kXdg, false, "/from/file"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE("file: " + c.file.value_or("(none)"));
+        fs::remove(fs::path(config) / "user-dirs.dirs");
+        if (c.file) std::ofstream(fs::path(config) / "user-dirs.dirs") << *c.file;
+        const Folders folders(Env{c.homeKnown ? std::optional(home) : kUnset, config, kUnset, c.xdgDocumentsDir},
+                              c.layout, [] { return kUnset; });
+        const std::string expected = c.documents.starts_with("~") ? home + c.documents.substr(1) : c.documents;
+        EXPECT_EQ(folders.documentsFolder(), expected);
+    }
+}
+
 TEST_F(FoldersOnDisk, OnlyEnsureCreatesAndItCreatesEveryMissingLevelPrivately) {
     const fs::path config = root_ / "a" / "b" / "config";
     const Folders folders = foldersWithHome(config.string());

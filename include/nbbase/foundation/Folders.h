@@ -4,13 +4,22 @@
 //   home         $HOME when it is an absolute path, else the account's home from the password database.
 //   preferences  $XDG_CONFIG_HOME, else home/.config (home/Library/Preferences on macOS).
 //   caches       $XDG_CACHE_HOME, else home/.cache (home/Library/Caches on macOS).
-//   documents    $XDG_DOCUMENTS_DIR, else home/Documents.
+//   documents    $XDG_DOCUMENTS_DIR, else (Layout::Xdg only) the XDG_DOCUMENTS_DIR line of user-dirs.dirs in
+//                the preferences folder, else home/Documents.
 // An XDG value that is empty or relative is ignored, as the XDG base-directory rules require. The XDG
-// values are honoured on macOS too, so that one setting redirects every folder on every platform. Paths
+// variables are honoured on macOS too, so that one setting redirects every folder on every platform. Paths
 // come back lexically normalised, without a trailing separator (except the root "/").
 // When no home can be found at all, the folders that depend on it are "" (unknown).
 //
-// The getters never touch the disk; ensure() creates a folder when a caller is about to write into it.
+// user-dirs.dirs is read in xdg-user-dirs' own format: a line XDG_DOCUMENTS_DIR="$HOME/relative" or
+// XDG_DOCUMENTS_DIR="/absolute" (blanks allowed around the name and the '='), the value read as the shell
+// reads double quotes (a backslash escapes " \ $ and `, and is itself before anything else), whatever
+// follows the closing quote ignored. Comments and lines of any other shape are skipped; of the documents
+// lines that remain the last wins. "$HOME/" alone means the home folder itself. A missing or unreadable file
+// is the same as one without such a line.
+//
+// The constructor reads that one small file; afterwards the getters never touch the disk. ensure() creates a
+// folder when a caller is about to write into it.
 //
 // Threads: an instance is immutable after construction, so every const member may be called on any thread.
 // sharedInstance() reads the process environment once, on first use; later changes to the environment are
