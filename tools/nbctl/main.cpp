@@ -12,6 +12,7 @@
 #include "ErrorCommand.h"
 #include "FeedbackCommand.h"
 #include "HostCommand.h"
+#include "PluginsCommand.h"
 #include "SdkCommand.h"
 #include "UpdateCommand.h"
 #include "VersionCompareCommand.h"
@@ -36,6 +37,7 @@ int main(int argc, char** argv) {
     nb::nbctl::FeedbackCommand feedback(app, preferences, NBCTL_DEFAULT_REPLIES);
     nb::nbctl::VersionCompareCommand versionCompare(app);
     nb::nbctl::UpdateCommand update(app, NBCTL_DEFAULT_REPLIES);
+    nb::nbctl::PluginsCommand plugins(app);
 
     try {
         app.parse(argc, argv);
@@ -54,5 +56,6 @@ int main(int argc, char** argv) {
     if (feedback.selected()) return feedback.run();
     if (versionCompare.selected()) return versionCompare.run();
     if (update.selected()) return update.run();
+    if (plugins.selected()) return plugins.run();
     return host.run();
 }
