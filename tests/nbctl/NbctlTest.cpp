@@ -184,7 +184,10 @@ TEST_F(NbctlTest, ReferenceHostFinishes) {
     // The catalogue fetched through the bridge; the table now has the rows this game is configured with.
     expectRows(o.out, {{"quality 3", "yes", "yes"}, {"quality 4", "no", "svip-quality-4k-month \"SVIP 4K picture, one month\""},
                        {"\"1234\"", "1800", "600"}, {"4", "60", "3840x2160"}});
-    for (const char* line : {"queryConfig: 0\n", "queryCoupons: 0\n", "reqeustAccelerateRouter: connected true\n",
+    for (const char* line : {"[log 4] failed to initialize plugin: Reluctant\n", "[log 2] Greeter: heard nimbo-event-app-started\n",
+                             "nimbo-event-app-started delivered on the main queue: yes; start had returned: yes\n",
+                             "\n== exit ==\n[log 2] Greeter: stopped\n",
+                             "queryConfig: 0\n", "queryCoupons: 0\n", "reqeustAccelerateRouter: connected true\n",
                              "Accelerating router: connected\n", "forecast end 1795001200 (2026-11-18 11:26:40 UTC), 1200 s left\n",
                              "avatar of Lantern: 136 bytes", "prefetched 4 popup images", "with 304 Not Modified\n",
                              "  pre_launch_game: txt \"Your picture quality trial\" with a close cross; buttons [Later] "
@@ -198,6 +201,20 @@ TEST_F(NbctlTest, ReferenceHostFinishes) {
                              "download failed: update refused: the signature does not match\n"}) {
         EXPECT_THAT(o.out, HasSubstr(line));
     }
+}
+
+TEST_F(NbctlTest, PluginsSaysWhichWouldLoadAndWhyNot) {
+    const std::string folder = NBBASE_TEST_PLUGINS_DIR;
+    const Outcome o = nbctl("plugins '" + folder + "'");
+    EXPECT_EQ(o.exitCode, 0) << o.err;
+    for (const std::string& line : std::vector<std::string>{"  Alpha.nbp: would load AlphaPlugin (plugin.Alpha)\n",
+                                   "  Ignored.bundle: ignored, the extension is not \"nbp\"\n",
+                                   "  NoLibrary.nbp: would not load: cannot load the library: " + folder +
+                                       "/NoLibrary.nbp/NoLibrary.so: cannot open shared object file",
+                                   "  OtherProtocol.nbp: would not load: the class does not declare NBPluginProtocol\n"}) {
+        EXPECT_THAT(o.out, HasSubstr(line));
+    }
+    EXPECT_EQ(nbctl("plugins '" + (folder_ / "none").string() + "'").exitCode, 1);
 }
 
 TEST_F(NbctlTest, FeedbackAddressAndWhatThePageReadsFromIt) {

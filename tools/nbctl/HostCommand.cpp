@@ -21,6 +21,7 @@
 #include "CatalogReport.h"
 #include "HostSteps.h"
 #include "HostSupport.h"
+#include "HostPlugins.h"
 #include "HostUpdate.h"
 #include "LocalImageServer.h"
 #include "ReportText.h"
@@ -60,6 +61,13 @@
 namespace nb::nbctl {
 
 namespace {
+
+// The library's log lines, the plug-ins' included, go to standard output among the host's own.
+void printLogLines() {
+    NBLog::sharedInstance().setLogHandler([](std::int32_t level, const std::string& text) {
+        fmt::print("[log {}] {}\n", level, text);
+    });
+}
 
 // The client application the host plays.
 std::shared_ptr<const MainBundle> clientBundle(const std::filesystem::path& folder) {
@@ -373,19 +381,22 @@ bool playSdk(NBConfiguration& configuration, const std::filesystem::path& replie
          HostUpdate({configuration, bridge, folders, bundle, main}).run();
     bridge.uninitializeSDK();
     NimboSDKInterface::setClassObject(nullptr);
-    NBLog::sharedInstance().setLogHandler(nullptr);
+    printLogLines();  // the bridge had sent them to the SDK
     return ok;
 }
 
 }  // namespace
 
 HostCommand::HostCommand(CLI::App& app, std::filesystem::path defaultReplies, std::filesystem::path defaultImages)
-    : replies_(std::move(defaultReplies)), images_(std::move(defaultImages)) {
+    : replies_(std::move(defaultReplies)),
+      images_(std::move(defaultImages)),
+      plugIns_(MainBundle::main()->builtInPlugInsPath()) {
     command_ = app.add_subcommand("host", "Run the reference start-up session");
     command_->add_option("--home", home_, "Home folder to run in (default: a new temporary one)");
     command_->add_flag("--keep", keep_, "Keep the temporary home afterwards");
     command_->add_option("--replies", replies_, "Folder of recorded server replies")->capture_default_str();
     command_->add_option("--images", images_, "Folder the local image server serves")->capture_default_str();
+    command_->add_option("--plugins", plugIns_, "Plug-in folder the host loads")->capture_default_str();
     command_->add_flag("--open-feedback", openFeedback_, "Open the feedback page in the default browser");
 }
 
@@ -399,9 +410,7 @@ int HostCommand::run() const {
         }
         home = pattern;
     }
-    NBLog::sharedInstance().setLogHandler([](std::int32_t level, const std::string& text) {
-        fmt::print("[log {}] {}\n", level, text);
-    });
+    printLogLines();
     fmt::print("NBBase reference host\nhome: {}\n", home);
 
     Folders::Environment environment;
@@ -416,8 +425,10 @@ int HostCommand::run() const {
         MainQueue& main = MainQueue::sharedInstance();
         const auto events = std::make_shared<NBEventCenter>(main);
         playSettings(configuration);
-        ok = playSignIn(configuration, events, main) &&
+        HostPlugins plugins(plugIns_, main);
+        ok = plugins.start() && playSignIn(configuration, events, main) &&
              playSdk(configuration, replies_, images_, folders, bundle, main, openFeedback_);
+        plugins.stop();
     }
 
     NBLog::sharedInstance().setLogHandler(nullptr);

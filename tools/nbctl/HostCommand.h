@@ -5,7 +5,7 @@
 // It runs in a temporary home of its own, removed at the end unless --keep is given, so it never
 // touches the user's real settings. Everything it prints comes from the library's answers.
 //
-// What it starts: the SDK stand-in (ReplaySdk) on the replies folder, and for the images a local HTTP
+// What it starts: the plug-ins of the "PlugIns" folder beside nbctl (or --plugins), the SDK stand-in (ReplaySdk) on the replies folder, and for the images a local HTTP
 // server (LocalImageServer) on 127.0.0.1, on a port the system picks, over the images folder; recorded
 // image addresses are rewritten to it, so the host never reaches the network. The feedback page is opened
 // in the browser (xdg-open) only with --open-feedback; otherwise its address is printed.
@@ -34,6 +34,7 @@ private:
     bool openFeedback_ = false;
     std::filesystem::path replies_;
     std::filesystem::path images_;
+    std::filesystem::path plugIns_;
 };
 
 }  // namespace nb::nbctl
