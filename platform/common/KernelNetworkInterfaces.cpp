@@ -134,7 +134,8 @@ void KernelNetworkInterfaces::InterfaceDump::add(nl_msg* message) {
     const nlattr* name = attributes[NL80211_ATTR_IFNAME];
     if (name == nullptr) return;
     // The policy made sure the name ends with a NUL; the kernel's names never hold one before it.
-    WiFiInterface interface{textOf({static_cast<const std::uint8_t*>(nla_data(name)), std::strlen(nla_get_string(name))}),
+    const char* nameText = nla_get_string(name);
+    WiFiInterface interface{textOf({reinterpret_cast<const std::uint8_t*>(nameText), std::strlen(nameText)}),
                             std::nullopt};
     if (interface.interfaceName.empty()) return;
     if (const nlattr* ssid = attributes[NL80211_ATTR_SSID]; ssid != nullptr && nla_len(ssid) > 0) {

@@ -33,10 +33,11 @@ public:
     Network now;
 };
 
-Network joined(const char* ssid, std::vector<std::string> addresses) {
+// On Wi-Fi (ssid null: an interface that has joined nothing) or on a cable.
+Network wifi(const char* ssid, std::vector<std::string> addresses = {"10.0.0.1"}) {
     return {WiFiInterface{"wlan0", ssid ? std::optional<std::string>(ssid) : std::nullopt}, std::move(addresses)};
 }
-Network wired(std::vector<std::string> addresses) { return {std::nullopt, std::move(addresses)}; }
+Network cable(std::vector<std::string> addresses = {"10.0.0.1"}) { return {std::nullopt, std::move(addresses)}; }
 
 Value json(const char* text) { return Json::decode(text).value_or(Value()); }
 
@@ -47,9 +48,9 @@ protected:
     fs::path configFile() const { return home_ / NBConfiguration::kSdkConfigFileName; }
     void writeConfig() const { std::ofstream(configFile()) << "<plist/>"; }
     void setConfigTime(double seconds) const {
+        const auto whole = static_cast<time_t>(seconds);
         const timespec times[2] = {{0, UTIME_OMIT},
-                                   {static_cast<time_t>(seconds),
-                                    static_cast<long>((seconds - static_cast<double>(static_cast<time_t>(seconds))) * 1e9)}};
+                                   {whole, static_cast<long>((seconds - static_cast<double>(whole)) * 1e9)}};
         ASSERT_EQ(::utimensat(AT_FDCWD, configFile().c_str(), times, 0), 0);
     }
     Value record() const { return config_.speedTestDict(); }
@@ -67,23 +68,19 @@ protected:
 TEST_F(NBZoneCacheTest, RecordHoldsTheNetworkTimeAndConfigurationOfTheTest) {
     writeConfig();
     setConfigTime(1'600'000'000.25);
-    network_->now = joined("home", {"127.0.0.1", "192.168.1.4"});
+    network_->now = wifi("home", {"127.0.0.1", "192.168.1.4"});
     const Value entries = json(R"([{"zoneId": 3, "rtt": 12}, "kept as it is"])");
     cache_.speedTestEnd(entries);
-    EXPECT_EQ(record(), Value::dictionary({{"testResult", entries},
-                                           {"ssid", "home"},
-                                           {"ipAddress", "192.168.1.4"},
+    EXPECT_EQ(record(), Value::dictionary({{"testResult", entries}, {"ssid", "home"}, {"ipAddress", "192.168.1.4"},
                                            {"testTime", Date{1'700'000'000.5}},
                                            {"configModifyTime", 1'600'000'000.25}}));
 
     // Without Wi-Fi, addresses or the file, the keys are left out and the time is 0.
     fs::remove(configFile());
-    network_->now = wired({});
+    network_->now = cable({});
     cache_.speedTestEnd(entries);
-    EXPECT_EQ(record(), Value::dictionary({{"testResult", entries},
-                                           {"testTime", Date{1'700'000'000.5}},
+    EXPECT_EQ(record(), Value::dictionary({{"testResult", entries}, {"testTime", Date{1'700'000'000.5}},
                                            {"configModifyTime", 0.0}}));
-    EXPECT_EQ(cache_.configModifiyTime(), 0.0);
 }
 
 TEST_F(NBZoneCacheTest, VerdictRules) {
@@ -97,41 +94,30 @@ TEST_F(NBZoneCacheTest, VerdictRules) {
         Config config = Config::Missing;
         std::function<void(Value&)> tamper = {};  // rewrites the stored record; absent removes it
     };
+    using enum NetworkVerdict;
+    const auto time = [](Value& r) { r.set("testTime", 1'700'000'000.5); };
     const Case cases[] = {
-        {"no record", wired({"10.0.0.1"}), wired({"10.0.0.1"}), NetworkVerdict::NoRecord, 0, Config::Missing,
-         [](Value& r) { r = Value(); }},
-        {"record not a dictionary", wired({"10.0.0.1"}), wired({"10.0.0.1"}), NetworkVerdict::NoRecord, 0,
-         Config::Missing, [](Value& r) { r = Value("stale"); }},
-        {"configuration untouched", joined("home", {"10.0.0.1"}), joined("home", {"10.0.0.1"}),
-         NetworkVerdict::SameSsid, 0, Config::Unchanged},
-        {"configuration created", joined("home", {"10.0.0.1"}), joined("home", {"10.0.0.1"}),
-         NetworkVerdict::ConfigurationEdited, 0, Config::CreatedAfter},
-        {"configuration edited", joined("home", {"10.0.0.1"}), joined("home", {"10.0.0.1"}),
-         NetworkVerdict::ConfigurationEdited, 0, Config::EditedAfter},
-        {"unreadable stored time, no file", wired({}), wired({}), NetworkVerdict::SameSsid, 0, Config::Missing,
+        {"no record", cable(), cable(), NoRecord, 0, Config::Missing, [](Value& r) { r = Value(); }},
+        {"record not a dictionary", cable(), cable(), NoRecord, 0, Config::Missing, [](Value& r) { r = "x"; }},
+        {"configuration untouched", wifi("home"), wifi("home"), SameSsid, 0, Config::Unchanged},
+        {"configuration created", wifi("home"), wifi("home"), ConfigurationEdited, 0, Config::CreatedAfter},
+        {"configuration edited", wifi("home"), wifi("home"), ConfigurationEdited, 0, Config::EditedAfter},
+        {"unreadable stored time, no file", cable(), cable(), SameSsid, 0, Config::Missing,
          [](Value& r) { r.set("configModifyTime", "soon"); }},
-        {"24 hours old", joined("home", {}), joined("home", {}), NetworkVerdict::SameSsid, 86400},
-        {"25 hours old", joined("home", {}), joined("home", {}), NetworkVerdict::Expired, 25 * 3600},
-        {"no test time", joined("home", {}), joined("home", {}), NetworkVerdict::NoTestTime, 0, Config::Missing,
-         [](Value& r) { r.set("testTime", 1'700'000'000.5); }},
-        {"Wi-Fi not joined", joined("home", {"10.0.0.1"}), joined(nullptr, {"10.0.0.1"}),
-         NetworkVerdict::WiFiNotJoined},
-        {"same SSID, new address", joined("home", {"10.0.0.1"}), joined("home", {"10.0.0.9"}),
-         NetworkVerdict::SameSsid},
-        {"no Wi-Fi then or now", wired({"10.0.0.1"}), wired({"10.0.0.9"}), NetworkVerdict::SameSsid},
-        {"stored SSID not a string", wired({"10.0.0.1"}), wired({"10.0.0.9"}), NetworkVerdict::SameSsid, 0,
-         Config::Missing, [](Value& r) { r.set("ssid", 5); }},
-        {"other SSID, same address", joined("home", {"10.0.0.1"}), joined("work", {"10.0.0.1"}),
-         NetworkVerdict::SameAddress},
-        {"Wi-Fi gone, same address", joined("home", {"10.0.0.1"}), wired({"10.0.0.1"}),
-         NetworkVerdict::SameAddress},
-        {"other SSID, other address", joined("home", {"10.0.0.1"}), joined("work", {"10.0.0.2"}),
-         NetworkVerdict::AddressChanged},
-        {"the last address counts, loopback too", joined("home", {"10.0.0.1", "127.0.0.1"}),
-         joined("work", {"192.168.0.7", "127.0.0.1"}), NetworkVerdict::SameAddress},
-        {"other SSID, no address", joined("home", {"10.0.0.1"}), joined("work", {}), NetworkVerdict::NoAddress},
-        {"other SSID, address list unreadable", joined("home", {"10.0.0.1"}), {joined("work", {}).wifi, std::nullopt},
-         NetworkVerdict::NoAddress},
+        {"24 hours old", wifi("home"), wifi("home"), SameSsid, 86400},
+        {"25 hours old", wifi("home"), wifi("home"), Expired, 25 * 3600},
+        {"test time not a date", wifi("home"), wifi("home"), NoTestTime, 0, Config::Missing, time},
+        {"Wi-Fi not joined", wifi("home"), wifi(nullptr), WiFiNotJoined},
+        {"same SSID, new address", wifi("home"), wifi("home", {"10.0.0.9"}), SameSsid},
+        {"no Wi-Fi then or now", cable(), cable({"10.0.0.9"}), SameSsid},
+        {"stored SSID not a string", cable(), cable({"10.0.0.9"}), SameSsid, 0, Config::Missing,
+         [](Value& r) { r.set("ssid", 5); }},
+        {"other SSID, same address", wifi("home"), wifi("work"), SameAddress},
+        {"Wi-Fi gone, same address", wifi("home"), cable(), SameAddress},
+        {"other SSID, other address", wifi("home"), wifi("work", {"10.0.0.2"}), AddressChanged},
+        {"the last address counts, loopback too", wifi("home", {"10.0.0.1", "127.0.0.1"}),
+         wifi("work", {"192.168.0.7", "127.0.0.1"}), SameAddress},
+        {"other SSID, no address", wifi("home"), wifi("work", {}), NoAddress},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
@@ -150,7 +136,7 @@ TEST_F(NBZoneCacheTest, VerdictRules) {
         network_->now = c.now;
 
         EXPECT_EQ(cache_.networkVerdict(), c.verdict) << NBZoneCache::describe(cache_.networkVerdict());
-        const bool valid = c.verdict == NetworkVerdict::SameSsid || c.verdict == NetworkVerdict::SameAddress;
+        const bool valid = c.verdict == SameSsid || c.verdict == SameAddress;
         EXPECT_EQ(cache_.checkNetworkChange(), !valid);
         EXPECT_EQ(cache_.zoneId(), valid ? "3,17" : "");
         // An invalid record is gone from the suite, whatever kind it was.
