@@ -187,6 +187,7 @@ TEST_F(NbctlTest, ReferenceHostFinishes) {
     for (const char* line : {"[log 4] failed to initialize plugin: Reluctant\n", "[log 2] Greeter: heard nimbo-event-app-started\n",
                              "nimbo-event-app-started delivered on the main queue: yes; start had returned: yes\n",
                              "\n== exit ==\n[log 2] Greeter: stopped\n",
+                             "a later result with a backup zone refused\nnetwork now: ",
                              "queryConfig: 0\n", "queryCoupons: 0\n", "reqeustAccelerateRouter: connected true\n",
                              "Accelerating router: connected\n", "forecast end 1795001200 (2026-11-18 11:26:40 UTC), 1200 s left\n",
                              "avatar of Lantern: 136 bytes", "prefetched 4 popup images", "with 304 Not Modified\n",
@@ -215,6 +216,26 @@ TEST_F(NbctlTest, PluginsSaysWhichWouldLoadAndWhyNot) {
         EXPECT_THAT(o.out, HasSubstr(line));
     }
     EXPECT_EQ(nbctl("plugins '" + (folder_ / "none").string() + "'").exitCode, 1);
+}
+
+TEST_F(NbctlTest, ZoneStoresATestAndReadsTheZonesBack) {
+    // The verdict depends on this machine's network; the zone ids follow it.
+    const auto zonesFollowTheVerdict = [](const std::string& out, const std::string& zones) {
+        if (out.find("network changed: no (") != std::string::npos) {
+            EXPECT_THAT(out, HasSubstr("zone ids: \"" + zones + "\"\n"));
+        } else {
+            EXPECT_THAT(out, HasSubstr("zone ids: \"\" (the record was removed: test again)\n"));
+        }
+    };
+    Outcome o = nbctl("zone --store '" + file("test.json", R"([{"zoneId": 3, "delay": 21}, 7, "x", [1], {"zoneId": ""},
+                                                                {"zoneId": "17", "backup": "no"}, {"name": "probe"}])") + "'");
+    EXPECT_EQ(o.exitCode, 0) << o.err;
+    EXPECT_THAT(o.out, HasSubstr("stored the speed test\n"));
+    zonesFollowTheVerdict(o.out, "3,17");
+
+    o = nbctl("zone --store '" + file("backup.json", R"([{"zoneId": 4}, {"zoneId": 5, "backup": "YES"}])") + "'");
+    EXPECT_THAT(o.out, HasSubstr("stored nothing: the result is empty or used a backup zone\n"));
+    EXPECT_EQ(nbctl("zone --store '" + file("object.json", R"({"zoneId": 4})") + "'").exitCode, 1);
 }
 
 TEST_F(NbctlTest, FeedbackAddressAndWhatThePageReadsFromIt) {

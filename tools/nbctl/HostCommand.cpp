@@ -27,6 +27,7 @@
 #include "ReportText.h"
 #include "PlistText.h"
 #include "SdkCommand.h"
+#include "ZoneCommand.h"
 #include "nbbase/NBConstants.h"
 #include "nbbase/common/NBLog.h"
 #include "nbbase/common/NBNetworkCheck.h"
@@ -44,6 +45,7 @@
 #include "nbbase/core/NBConfiguration.h"
 #include "nbbase/core/NBEventCenter.h"
 #include "nbbase/core/NimboSdkManager.h"
+#include "nbbase/core/NBZoneCache.h"
 #include "nbbase/entitlements/InterestsInfo.h"
 #include "nbbase/entitlements/VipInfo.h"
 #include "nbbase/foundation/ConcurrentQueue.h"
@@ -136,6 +138,22 @@ bool playSignIn(NBConfiguration& configuration, const std::shared_ptr<NBEventCen
     events->removeListener(token);
     if (!ok) fmt::print(stderr, "nbctl: the login event was not delivered in 10 seconds\n");
     return ok;
+}
+
+// Zones: the client's speed test ends; its zones are stored with this machine's network and read back. A
+// result that fell back to a backup zone is refused and leaves the stored one in place.
+bool playZone(NBConfiguration& configuration) {
+    section("zones");
+    const auto network = NetworkInterfaces::system();
+    NBZoneCache zones(configuration, network);
+    zones.speedTestEnd(Value::array({Value::dictionary({{"zoneId", 3}, {"name", "sh-2"}, {"delay", 21}}),
+                                     Value::dictionary({{"zoneId", "17"}, {"name", "gz-1"}, {"delay", 35}}),
+                                     Value::dictionary({{"name", "probe"}, {"delay", 90}})}));
+    zones.speedTestEnd(Value::array({Value::dictionary({{"zoneId", 5}, {"backup", true}})}));
+    fmt::print("speed test stored (zones 3 and 17, and a probe without one); a later result with a backup zone "
+               "refused\n{}",
+               ZoneCommand::report(zones, configuration, *network));
+    return true;
 }
 
 // Entitlements: the interests store on the host's bridge fetches the interests as a client does after
@@ -426,7 +444,7 @@ int HostCommand::run() const {
         const auto events = std::make_shared<NBEventCenter>(main);
         playSettings(configuration);
         HostPlugins plugins(plugIns_, main);
-        ok = plugins.start() && playSignIn(configuration, events, main) &&
+        ok = plugins.start() && playSignIn(configuration, events, main) && playZone(configuration) &&
              playSdk(configuration, replies_, images_, folders, bundle, main, openFeedback_);
         plugins.stop();
     }

@@ -16,6 +16,7 @@
 #include "SdkCommand.h"
 #include "UpdateCommand.h"
 #include "VersionCompareCommand.h"
+#include "ZoneCommand.h"
 #include "nbbase/foundation/Folders.h"
 
 int main(int argc, char** argv) {
@@ -38,6 +39,7 @@ int main(int argc, char** argv) {
     nb::nbctl::VersionCompareCommand versionCompare(app);
     nb::nbctl::UpdateCommand update(app, NBCTL_DEFAULT_REPLIES);
     nb::nbctl::PluginsCommand plugins(app);
+    nb::nbctl::ZoneCommand zone(app, preferences);
 
     try {
         app.parse(argc, argv);
@@ -57,5 +59,6 @@ int main(int argc, char** argv) {
     if (versionCompare.selected()) return versionCompare.run();
     if (update.selected()) return update.run();
     if (plugins.selected()) return plugins.run();
+    if (zone.selected()) return zone.run();
     return host.run();
 }
