@@ -104,7 +104,7 @@ const char* NBZoneCache::describe(NetworkVerdict verdict) {
         case NetworkVerdict::NoTestTime: return "the record has no test time";
         case NetworkVerdict::Expired: return "the test is more than a day old";
         case NetworkVerdict::WiFiNotJoined: return "Wi-Fi has not joined a network";
-        case NetworkVerdict::SameSsid: return "same Wi-Fi network as the test";
+        case NetworkVerdict::SameSsid: return "the same Wi-Fi network as at the test, or no Wi-Fi then and now";
         case NetworkVerdict::NoAddress: return "another network and no IPv4 address";
         case NetworkVerdict::SameAddress: return "another Wi-Fi network but the same IPv4 address";
         case NetworkVerdict::AddressChanged: return "another network and another IPv4 address";
