@@ -5,12 +5,12 @@
 #include <fstream>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <vector>
 
 #include "nbbase/NBConstants.h"
 #include "nbbase/core/NBCorePlatform.h"
+#include "tests/LogLines.h"
 #include "tests/TempDir.h"
 
 namespace nb {
@@ -24,36 +24,25 @@ using Lines = std::vector<std::string>;
 class NBCorePlatformTest : public testing::Test {
 protected:
     void SetUp() override {
-        NBLog::sharedInstance().setLogHandler([this](std::int32_t level, const std::string& text) {
-            std::lock_guard lock(mutex_);
-            lines_.push_back(std::to_string(level) + " " + text);
-        });
         token_ = events_.addEventListenerForName(NIMBO_EVENT_APP_STARTED, nullptr, nullptr,
                                                  [this](const Notification& event) {
                                                      EXPECT_EQ(event.object, nullptr);
                                                      ++started_;
                                                  });
     }
-    void TearDown() override {
-        events_.removeListener(token_);
-        NBLog::sharedInstance().setLogHandler(nullptr);
-    }
-    Lines take() {
-        std::lock_guard lock(mutex_);
-        return std::exchange(lines_, {});
-    }
+    void TearDown() override { events_.removeListener(token_); }
+    Lines take() { return log_.take(); }
     static Lines names(const NBCorePlatform& platform) {
         Lines result;
         for (const auto& plugin : platform.pluginInstances()) result.push_back(plugin->name());
         return result;
     }
 
+    nbtest::LogLines log_{&NBLog::sharedInstance()};
     MainQueue queue_;
     NBEventCenter events_{queue_};
     ObserverToken token_;
     int started_ = 0;  // main queue (this thread)
-    std::mutex mutex_;
-    Lines lines_;  // guarded by mutex_
 };
 
 TEST_F(NBCorePlatformTest, LoadsTheValidPluginsAndRunsThemInLoadOrder) {
