@@ -7,7 +7,7 @@
 #include <cerrno>
 #include <utility>
 
-#include "nbbase/common/NBLog.h"
+#include "nbbase/foundation/NBLog.h"
 #include "nbbase/common/NBUtils.h"
 #include "nbbase/foundation/Folders.h"
 #include "nbbase/foundation/PropertyList.h"

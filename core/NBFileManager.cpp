@@ -8,7 +8,7 @@
 #include <string_view>
 #include <utility>
 
-#include "nbbase/common/NBLog.h"
+#include "nbbase/foundation/NBLog.h"
 #include "nbbase/foundation/AtomicFile.h"
 
 namespace nb {

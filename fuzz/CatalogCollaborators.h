@@ -13,7 +13,7 @@
 #include <string>
 #include <string_view>
 
-#include "nbbase/common/NBLog.h"
+#include "nbbase/foundation/NBLog.h"
 #include "nbbase/common/NBNetworkCheck.h"
 #include "nbbase/core/NBConfiguration.h"
 #include "nbbase/core/NimboSdkManager.h"

@@ -10,7 +10,7 @@
 #include <string_view>
 #include <vector>
 
-#include "nbbase/common/NBLog.h"
+#include "nbbase/foundation/NBLog.h"
 #include "nbbase/updater/SUAppcast.h"
 
 namespace {

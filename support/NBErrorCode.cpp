@@ -6,7 +6,7 @@
 
 #include <fmt/format.h>
 
-#include "nbbase/common/NBLog.h"
+#include "nbbase/foundation/NBLog.h"
 
 namespace nb {
 

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "nbbase/common/NBLog.h"
+#include "nbbase/foundation/NBLog.h"
 
 namespace nbtest {
 

@@ -11,7 +11,7 @@
 #include <utility>
 #include <vector>
 
-#include "nbbase/common/NBLog.h"
+#include "nbbase/foundation/NBLog.h"
 
 namespace nbtest {
 

@@ -24,7 +24,7 @@
 #include <net/route.h>
 #endif
 
-#include "nbbase/common/NBLog.h"
+#include "nbbase/foundation/NBLog.h"
 
 namespace nb {
 

@@ -20,7 +20,7 @@
 #include <thread>
 #include <unordered_map>
 
-#include "nbbase/common/NBLog.h"
+#include "nbbase/foundation/NBLog.h"
 #include "nbbase/foundation/Url.h"
 #include "nbbase/sdk/NimboSDKInterface.h"
 

@@ -11,7 +11,7 @@
 #include <asio/steady_timer.hpp>
 #include <asio/thread_pool.hpp>
 
-#include "nbbase/common/NBLog.h"
+#include "nbbase/foundation/NBLog.h"
 #include "nbbase/foundation/Cancellable.h"
 
 namespace nb::dispatch_internal {

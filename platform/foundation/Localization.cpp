@@ -6,7 +6,7 @@
 
 #include <libintl.h>
 
-#include "nbbase/common/NBLog.h"
+#include "nbbase/foundation/NBLog.h"
 
 #ifndef NBBASE_LOCALEDIR
 #define NBBASE_LOCALEDIR "/usr/local/share/locale"

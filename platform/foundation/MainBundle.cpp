@@ -7,7 +7,7 @@
 #include <mach-o/dyld.h>
 #endif
 
-#include "nbbase/common/NBLog.h"
+#include "nbbase/foundation/NBLog.h"
 #include "nbbase/foundation/PropertyList.h"
 
 namespace nb {

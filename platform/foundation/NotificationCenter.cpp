@@ -3,7 +3,7 @@
 #include <atomic>
 #include <exception>
 
-#include "nbbase/common/NBLog.h"
+#include "nbbase/foundation/NBLog.h"
 
 namespace nb {
 

@@ -13,7 +13,7 @@
 #include <cstring>
 #include <system_error>
 
-#include "nbbase/common/NBLog.h"
+#include "nbbase/foundation/NBLog.h"
 #include "nbbase/foundation/Folders.h"
 #include "nbbase/foundation/MainBundle.h"
 #include "nbbase/foundation/PropertyList.h"

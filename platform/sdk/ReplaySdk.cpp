@@ -11,7 +11,7 @@
 #include <unordered_map>
 #include <utility>
 
-#include "nbbase/common/NBLog.h"
+#include "nbbase/foundation/NBLog.h"
 #include "nbbase/foundation/Json.h"
 
 namespace nb {

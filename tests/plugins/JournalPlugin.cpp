@@ -3,7 +3,7 @@
 // at level 2 as "<class> <operation>", so a test reads the order of calls beside the host's own lines.
 #include <string>
 
-#include "nbbase/common/NBLog.h"
+#include "nbbase/foundation/NBLog.h"
 #include "nbbase/core/NBPluginProtocol.h"
 
 #ifndef INITIALIZE_ANSWER

@@ -17,7 +17,7 @@
 #include "nbbase/catalog/HangupInfo.h"
 #include "nbbase/catalog/MaintainPageInfo.h"
 #include "nbbase/catalog/TipsButtonInfo.h"
-#include "nbbase/common/NBLog.h"
+#include "nbbase/foundation/NBLog.h"
 #include "nbbase/common/NBNetworkCheck.h"
 #include "nbbase/core/NBConfiguration.h"
 #include "nbbase/core/NimboSdkManager.h"

@@ -11,7 +11,7 @@
 #include "nbbase/common/NBCryptor.h"
 #include "nbbase/common/NBJsonUtils.h"
 #include "nbbase/common/NBKeyLoader.h"
-#include "nbbase/common/NBLog.h"
+#include "nbbase/foundation/NBLog.h"
 #include "nbbase/common/NBNetworkCheck.h"
 #include "nbbase/core/NBConfiguration.h"
 #include "nbbase/core/NimboSdkManager.h"

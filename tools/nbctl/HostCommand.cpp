@@ -29,7 +29,7 @@
 #include "SdkCommand.h"
 #include "ZoneCommand.h"
 #include "nbbase/NBConstants.h"
-#include "nbbase/common/NBLog.h"
+#include "nbbase/foundation/NBLog.h"
 #include "nbbase/common/NBNetworkCheck.h"
 #include "nbbase/catalog/CouponInfo.h"
 #include "nbbase/catalog/ExtraGameInfo.h"

@@ -13,7 +13,7 @@
 #include "HostSteps.h"
 #include "LocalImageServer.h"
 #include "nbbase/common/NBDeviceInfo.h"
-#include "nbbase/common/NBLog.h"
+#include "nbbase/foundation/NBLog.h"
 #include "nbbase/foundation/RecordingWorkspace.h"
 #include "nbbase/foundation/SystemWorkspace.h"
 #include "nbbase/support/NBFeedbackSession.h"

@@ -7,7 +7,7 @@
 #include "HostSteps.h"
 #include "LocalImageServer.h"
 #include "UpdateReport.h"
-#include "nbbase/common/NBLog.h"
+#include "nbbase/foundation/NBLog.h"
 #include "nbbase/core/NBEventCenter.h"
 #include "nbbase/foundation/Url.h"
 #include "nbbase/foundation/UserDefaults.h"

@@ -4,7 +4,7 @@
 #include <string>
 
 #include "nbbase/NBConstants.h"
-#include "nbbase/common/NBLog.h"
+#include "nbbase/foundation/NBLog.h"
 #include "nbbase/core/NBEventCenter.h"
 #include "nbbase/core/NBPluginProtocol.h"
 

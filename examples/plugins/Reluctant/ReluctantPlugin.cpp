@@ -2,7 +2,7 @@
 // logs the failure and starts it anyway; it must cope with running unprepared.
 #include <string>
 
-#include "nbbase/common/NBLog.h"
+#include "nbbase/foundation/NBLog.h"
 #include "nbbase/core/NBPluginProtocol.h"
 
 namespace {

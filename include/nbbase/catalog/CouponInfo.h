@@ -29,7 +29,7 @@
 #include <functional>
 #include <memory>
 
-#include "nbbase/common/NBLog.h"
+#include "nbbase/foundation/NBLog.h"
 #include "nbbase/core/NimboSdkManager.h"
 #include "nbbase/foundation/ConcurrentQueue.h"
 #include "nbbase/foundation/DispatchQueue.h"

@@ -47,7 +47,7 @@
 #include <string>
 #include <vector>
 
-#include "nbbase/common/NBLog.h"
+#include "nbbase/foundation/NBLog.h"
 #include "nbbase/core/NBConfiguration.h"
 #include "nbbase/core/NimboSdkManager.h"
 #include "nbbase/foundation/ConcurrentQueue.h"

@@ -38,7 +38,7 @@
 #include <utility>
 #include <vector>
 
-#include "nbbase/common/NBLog.h"
+#include "nbbase/foundation/NBLog.h"
 #include "nbbase/core/NimboSdkManager.h"
 #include "nbbase/foundation/Localization.h"
 #include "nbbase/foundation/Value.h"

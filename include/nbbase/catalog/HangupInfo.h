@@ -23,7 +23,7 @@
 #include <optional>
 #include <string>
 
-#include "nbbase/common/NBLog.h"
+#include "nbbase/foundation/NBLog.h"
 #include "nbbase/foundation/Clock.h"
 #include "nbbase/foundation/Value.h"
 

@@ -35,7 +35,7 @@
 
 #include "nbbase/catalog/GameTipsEntry.h"
 #include "nbbase/catalog/TipsButton.h"
-#include "nbbase/common/NBLog.h"
+#include "nbbase/foundation/NBLog.h"
 #include "nbbase/core/NimboSdkManager.h"
 #include "nbbase/foundation/ConcurrentQueue.h"
 #include "nbbase/foundation/DispatchQueue.h"

@@ -39,7 +39,7 @@
 #include <string>
 #include <vector>
 
-#include "nbbase/common/NBLog.h"
+#include "nbbase/foundation/NBLog.h"
 #include "nbbase/core/NBEventCenter.h"
 #include "nbbase/core/NBPluginProtocol.h"
 #include "nbbase/foundation/MainBundle.h"

@@ -40,7 +40,7 @@
 #include <optional>
 #include <string>
 
-#include "nbbase/common/NBLog.h"
+#include "nbbase/foundation/NBLog.h"
 #include "nbbase/common/NBNetworkCheck.h"
 #include "nbbase/core/NBConfiguration.h"
 #include "nbbase/foundation/MainBundle.h"

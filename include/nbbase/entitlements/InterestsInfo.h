@@ -32,7 +32,7 @@
 #include <string>
 #include <string_view>
 
-#include "nbbase/common/NBLog.h"
+#include "nbbase/foundation/NBLog.h"
 #include "nbbase/core/NBConfiguration.h"
 #include "nbbase/core/NimboSdkManager.h"
 #include "nbbase/entitlements/InterestRules.h"

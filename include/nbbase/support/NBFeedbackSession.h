@@ -44,7 +44,7 @@
 #include <string_view>
 
 #include "nbbase/common/NBDeviceInfo.h"
-#include "nbbase/common/NBLog.h"
+#include "nbbase/foundation/NBLog.h"
 #include "nbbase/common/NBPublicKey.h"
 #include "nbbase/core/NBConfiguration.h"
 #include "nbbase/core/NimboSdkManager.h"

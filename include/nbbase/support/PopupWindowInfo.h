@@ -58,7 +58,7 @@
 #include <vector>
 
 #include "nbbase/catalog/NBImageCache.h"
-#include "nbbase/common/NBLog.h"
+#include "nbbase/foundation/NBLog.h"
 #include "nbbase/core/NimboSdkManager.h"
 #include "nbbase/foundation/Clock.h"
 #include "nbbase/foundation/ConcurrentQueue.h"

@@ -48,7 +48,7 @@
 #include <optional>
 #include <string>
 
-#include "nbbase/common/NBLog.h"
+#include "nbbase/foundation/NBLog.h"
 #include "nbbase/core/NBConfiguration.h"
 #include "nbbase/core/NBEventCenter.h"
 #include "nbbase/core/NimboSdkManager.h"

@@ -32,7 +32,7 @@
 #include <utility>
 #include <vector>
 
-#include "nbbase/common/NBLog.h"
+#include "nbbase/foundation/NBLog.h"
 #include "nbbase/updater/SUAppcastItem.h"
 
 namespace nb {

@@ -67,7 +67,7 @@
 #include <string>
 
 #include "nbbase/common/NBDeviceInfo.h"
-#include "nbbase/common/NBLog.h"
+#include "nbbase/foundation/NBLog.h"
 #include "nbbase/common/URLSession.h"
 #include "nbbase/foundation/ConcurrentQueue.h"
 #include "nbbase/foundation/DispatchQueue.h"

@@ -1,4 +1,4 @@
-#include "nbbase/common/NBLog.h"
+#include "nbbase/foundation/NBLog.h"
 
 #include <cstdio>
 

@@ -4,7 +4,7 @@
 
 #include <gtest/gtest.h>
 
-#include "nbbase/common/NBLog.h"
+#include "nbbase/foundation/NBLog.h"
 
 namespace {
 
