@@ -1,12 +1,15 @@
 # nbbase_add_plugin(<target> CLASS <PrincipalClass> OUTPUT_DIRECTORY <folder> SOURCES <file>...
-#                   [BUNDLE <Name>] [EXTENSION <ext>] [IDENTIFIER <id>])
+#                   [BUNDLE <Name>] [EXTENSION <ext>] [IDENTIFIER <id>]
+#                   [INSTALL_DIRECTORY <folder> [COMPONENT <component>]])
 #
 # Builds a plug-in folder <folder>/<Name>.<ext> (Name defaults to the target, ext to "nbp") holding the
 # shared library <Name>.so, built from the sources and linked to NBBase::nbbase, and an Info.plist naming
 # the library (CFBundleExecutable) and the principal class (NSPrincipalClass). The sources define the class
 # and its entry point with NB_PLUGIN_PRINCIPAL_CLASS. Point <folder> at the application's "PlugIns" folder.
+# With INSTALL_DIRECTORY, `cmake --install` puts the same plug-in folder there (relative to the prefix),
+# in the given install component.
 function(nbbase_add_plugin target)
-  cmake_parse_arguments(PLUGIN "" "CLASS;OUTPUT_DIRECTORY;BUNDLE;EXTENSION;IDENTIFIER" "SOURCES" ${ARGN})
+  cmake_parse_arguments(PLUGIN "" "CLASS;OUTPUT_DIRECTORY;BUNDLE;EXTENSION;IDENTIFIER;INSTALL_DIRECTORY;COMPONENT" "SOURCES" ${ARGN})
   if(NOT PLUGIN_CLASS OR NOT PLUGIN_OUTPUT_DIRECTORY OR NOT PLUGIN_SOURCES)
     message(FATAL_ERROR "nbbase_add_plugin(${target}): CLASS, OUTPUT_DIRECTORY and SOURCES are required")
   endif()
@@ -41,4 +44,12 @@ function(nbbase_add_plugin target)
 </dict>
 </plist>
 ")
+  if(PLUGIN_INSTALL_DIRECTORY)
+    if(NOT PLUGIN_COMPONENT)
+      set(PLUGIN_COMPONENT Unspecified)
+    endif()
+    set(installed ${PLUGIN_INSTALL_DIRECTORY}/${PLUGIN_BUNDLE}.${PLUGIN_EXTENSION})
+    install(TARGETS ${target} LIBRARY DESTINATION ${installed} COMPONENT ${PLUGIN_COMPONENT})
+    install(FILES ${folder}/Info.plist DESTINATION ${installed} COMPONENT ${PLUGIN_COMPONENT})
+  endif()
 endfunction()

@@ -6,7 +6,7 @@
 set -euo pipefail
 
 packages=(
-  build-essential cmake ninja-build pkg-config gettext
+  build-essential cmake ninja-build pkg-config gettext dpkg-dev file
   libfmt-dev rapidjson-dev libplist-dev libsqlite3-dev libasio-dev libcli11-dev libcurl4-openssl-dev libssl-dev libicu-dev libxml2-dev libnl-genl-3-dev
   libgtest-dev libgmock-dev libbenchmark-dev libcpp-httplib-dev
 )

@@ -4,12 +4,16 @@
 #include <filesystem>
 #include <system_error>
 
+#include <dlfcn.h>
 #include <libintl.h>
 
 #include "nbbase/foundation/NBLog.h"
 
 #ifndef NBBASE_LOCALEDIR
 #define NBBASE_LOCALEDIR "/usr/local/share/locale"
+#endif
+#ifndef NBBASE_LIBDIR_TO_LOCALEDIR
+#define NBBASE_LIBDIR_TO_LOCALEDIR "../share/locale"
 #endif
 #ifndef NBBASE_BUILD_LOCALEDIR
 #define NBBASE_BUILD_LOCALEDIR ""
@@ -35,12 +39,28 @@ bool holdsCatalogue(const std::string& directory, const std::string& domain) {
     return false;
 }
 
+// The locale folder at the place it had, relative to the library file, when the library was installed.
+// An install moved to another prefix (cmake --install --prefix, a package, an unpacked archive) keeps
+// that relation, while the prefix the build was configured with may not exist on this machine at all.
+std::string localeDirectoryBesideLibrary() {
+    Dl_info info{};
+    if (::dladdr(reinterpret_cast<const void*>(&Localization::defaultDirectories), &info) == 0 ||
+        info.dli_fname == nullptr) {
+        return {};
+    }
+    std::error_code error;
+    const fs::path library = fs::absolute(info.dli_fname, error);
+    if (error) return {};
+    return (library.parent_path() / NBBASE_LIBDIR_TO_LOCALEDIR).lexically_normal().string();
+}
+
 }  // namespace
 
 Localization::Directories Localization::defaultDirectories() {
     Directories directories;
     if (const char* fromEnvironment = std::getenv("NBBASE_LOCALEDIR")) directories.override = fromEnvironment;
-    directories.installed = NBBASE_LOCALEDIR;
+    const std::string beside = localeDirectoryBesideLibrary();
+    directories.installed = holdsCatalogue(beside, kDomain) ? beside : NBBASE_LOCALEDIR;
     directories.build = NBBASE_BUILD_LOCALEDIR;
     return directories;
 }

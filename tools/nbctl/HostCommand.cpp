@@ -405,10 +405,9 @@ bool playSdk(NBConfiguration& configuration, const std::filesystem::path& replie
 
 }  // namespace
 
-HostCommand::HostCommand(CLI::App& app, std::filesystem::path defaultReplies, std::filesystem::path defaultImages)
-    : replies_(std::move(defaultReplies)),
-      images_(std::move(defaultImages)),
-      plugIns_(MainBundle::main()->builtInPlugInsPath()) {
+HostCommand::HostCommand(CLI::App& app, std::filesystem::path defaultReplies, std::filesystem::path defaultImages,
+                         std::filesystem::path defaultPlugIns)
+    : replies_(std::move(defaultReplies)), images_(std::move(defaultImages)), plugIns_(std::move(defaultPlugIns)) {
     command_ = app.add_subcommand("host", "Run the reference start-up session");
     command_->add_option("--home", home_, "Home folder to run in (default: a new temporary one)");
     command_->add_flag("--keep", keep_, "Keep the temporary home afterwards");

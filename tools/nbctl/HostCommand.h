@@ -5,9 +5,10 @@
 // It runs in a temporary home of its own, removed at the end unless --keep is given, so it never
 // touches the user's real settings. Everything it prints comes from the library's answers.
 //
-// What it starts: the plug-ins of the "PlugIns" folder beside nbctl (or --plugins), the SDK stand-in (ReplaySdk) on the replies folder, and for the images a local HTTP
-// server (LocalImageServer) on 127.0.0.1, on a port the system picks, over the images folder; recorded
-// image addresses are rewritten to it, so the host never reaches the network. The feedback page is opened
+// What it starts: the plug-ins of the sample folder (DataFolders.h; or --plugins), the SDK stand-in
+// (ReplaySdk) on the replies folder, and for the images a local HTTP server (LocalImageServer) on
+// 127.0.0.1, on a port the system picks, over the images folder; recorded image addresses are rewritten
+// to it, so the host never reaches the network. The feedback page is opened
 // in the browser (xdg-open) only with --open-feedback; otherwise its address is printed.
 #pragma once
 
@@ -22,7 +23,8 @@ class HostCommand {
 public:
     // defaultReplies: the recorded server replies the SDK stand-in plays; defaultImages: the pictures the
     // local image server serves in place of the image host.
-    HostCommand(CLI::App& app, std::filesystem::path defaultReplies, std::filesystem::path defaultImages);
+    HostCommand(CLI::App& app, std::filesystem::path defaultReplies, std::filesystem::path defaultImages,
+                std::filesystem::path defaultPlugIns);
 
     // Runs on the process's main thread, which becomes the main queue's thread. Answers the exit code.
     int run() const;

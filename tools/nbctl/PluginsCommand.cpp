@@ -8,13 +8,12 @@
 
 #include "nbbase/core/NBCorePlatform.h"
 #include "nbbase/core/NBPluginBundle.h"
-#include "nbbase/foundation/MainBundle.h"
 
 namespace nb::nbctl {
 
 namespace fs = std::filesystem;
 
-PluginsCommand::PluginsCommand(CLI::App& app) : folder_(MainBundle::main()->builtInPlugInsPath()) {
+PluginsCommand::PluginsCommand(CLI::App& app, std::filesystem::path defaultFolder) : folder_(std::move(defaultFolder)) {
     command_ = app.add_subcommand("plugins", "List a plug-in folder and say whether each plug-in would load");
     command_->add_option("FOLDER", folder_, "The plug-in folder")->capture_default_str();
 }

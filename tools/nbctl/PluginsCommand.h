@@ -2,7 +2,7 @@
 //
 //   plugins [FOLDER]
 //
-// FOLDER defaults to the "PlugIns" folder beside nbctl, where the build puts the sample plug-ins. One line
+// FOLDER defaults to the sample plug-ins' folder (DataFolders.h: beside nbctl in the build tree). One line
 // per entry, sorted by name: "<entry>: would load <class> (<identifier>)", "<entry>: would not load: <why>"
 // (the reason the host would log, dlerror's text included), or "<entry>: ignored, ..." for entries without
 // the "nbp" extension. Checking loads each library's code, as the host would, but creates no plug-in object.
@@ -19,7 +19,7 @@ namespace nb::nbctl {
 
 class PluginsCommand {
 public:
-    explicit PluginsCommand(CLI::App& app);
+    PluginsCommand(CLI::App& app, std::filesystem::path defaultFolder);
 
     bool selected() const { return command_->parsed(); }
     int run() const;

@@ -7,6 +7,7 @@
 
 #include "CatalogCommand.h"
 #include "ConfigCommand.h"
+#include "DataFolders.h"
 #include "DefaultsCommand.h"
 #include "EntitlementsCommand.h"
 #include "ErrorCommand.h"
@@ -28,17 +29,19 @@ int main(int argc, char** argv) {
     std::filesystem::path preferences = nb::Folders::fromProcessEnvironment().preferencesFolder();
     app.add_option("--preferences", preferences, "Preferences folder (default: $XDG_CONFIG_HOME, else ~/.config)");
 
+    const nb::nbctl::DataFolders data = nb::nbctl::DataFolders::forExecutable();
+
     nb::nbctl::DefaultsCommand defaults(app, preferences);
     nb::nbctl::ConfigCommand config(app, preferences);
     nb::nbctl::ErrorCommand error(app);
-    nb::nbctl::SdkCommand sdk(app, NBCTL_DEFAULT_REPLIES);
-    nb::nbctl::HostCommand host(app, NBCTL_DEFAULT_REPLIES, NBCTL_DEFAULT_IMAGES);
-    nb::nbctl::CatalogCommand catalog(app, NBCTL_DEFAULT_REPLIES);
-    nb::nbctl::EntitlementsCommand entitlements(app, NBCTL_DEFAULT_REPLIES);
-    nb::nbctl::FeedbackCommand feedback(app, preferences, NBCTL_DEFAULT_REPLIES);
+    nb::nbctl::SdkCommand sdk(app, data.replies);
+    nb::nbctl::HostCommand host(app, data.replies, data.images, data.plugIns);
+    nb::nbctl::CatalogCommand catalog(app, data.replies);
+    nb::nbctl::EntitlementsCommand entitlements(app, data.replies);
+    nb::nbctl::FeedbackCommand feedback(app, preferences, data.replies);
     nb::nbctl::VersionCompareCommand versionCompare(app);
-    nb::nbctl::UpdateCommand update(app, NBCTL_DEFAULT_REPLIES);
-    nb::nbctl::PluginsCommand plugins(app);
+    nb::nbctl::UpdateCommand update(app, data.replies);
+    nb::nbctl::PluginsCommand plugins(app, data.plugIns);
     nb::nbctl::ZoneCommand zone(app, preferences);
 
     try {

@@ -6,11 +6,14 @@
 //
 // Which <dir>: an explicit override (setLocaleDirectory(), or for the shared instance the environment
 // variable NBBASE_LOCALEDIR), else the installed locale folder when it holds a catalogue of the domain,
-// else the build tree's, so that programs run from the build tree are translated too.
+// else the build tree's, so that programs run from the build tree are translated too. The installed
+// folder is looked for where it sits relative to the library file (lib/../share/locale under the install
+// prefix), so an install into any prefix finds its catalogues; failing that, under the prefix the build
+// was configured with.
 //
 // The language is chosen by gettext from the process locale: LANGUAGE, LC_ALL, LC_MESSAGES and LANG are
-// honoured once the host has called setlocale(LC_ALL, ""). Until then the process runs in the "C" locale
-// and every text is English. The library never calls setlocale or setenv itself: both are process-wide
+// honoured once the host has called setlocale(LC_ALL, ""), which every host should do first thing in
+// main(). Until then the process runs in the "C" locale and every text is English. The library never calls setlocale or setenv itself: both are process-wide
 // and unsafe while other threads run, so that call belongs to the host's main() before it starts threads.
 //
 // Threads: every member may be called on any thread. The domain is bound (bindtextdomain, codeset UTF-8)
@@ -35,8 +38,9 @@ public:
         std::string build;
     };
 
-    // The library's defaults: NBBASE_LOCALEDIR from the process environment (read now), and the installed
-    // and build-tree folders the library was compiled with.
+    // The library's defaults: NBBASE_LOCALEDIR from the process environment (read now), the installed
+    // folder (beside the library file when it holds the catalogues, else the configured one) and the
+    // build-tree folder.
     static Directories defaultDirectories();
 
     explicit Localization(std::string domain = kDomain, Directories directories = defaultDirectories());
