@@ -8,8 +8,8 @@
 #include <string_view>
 #include <utility>
 
-#include "nbbase/foundation/NBLog.h"
 #include "nbbase/foundation/AtomicFile.h"
+#include "nbbase/foundation/NBLog.h"
 
 namespace nb {
 

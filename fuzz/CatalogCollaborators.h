@@ -13,11 +13,11 @@
 #include <string>
 #include <string_view>
 
-#include "nbbase/foundation/NBLog.h"
 #include "nbbase/common/NBNetworkCheck.h"
 #include "nbbase/core/NBConfiguration.h"
 #include "nbbase/core/NimboSdkManager.h"
 #include "nbbase/foundation/Json.h"
+#include "nbbase/foundation/NBLog.h"
 #include "nbbase/foundation/SerialQueue.h"
 #include "nbbase/foundation/ThreadPool.h"
 #include "nbbase/foundation/UserDefaults.h"

@@ -17,12 +17,12 @@
 #include <string_view>
 
 #include "TempDir.h"
-#include "nbbase/foundation/NBLog.h"
 #include "nbbase/common/NBNetworkCheck.h"
 #include "nbbase/core/NBConfiguration.h"
 #include "nbbase/core/NimboSdkManager.h"
 #include "nbbase/entitlements/InterestsInfo.h"
 #include "nbbase/entitlements/VipInfo.h"
+#include "nbbase/foundation/NBLog.h"
 #include "nbbase/foundation/SerialQueue.h"
 #include "nbbase/foundation/ThreadPool.h"
 #include "nbbase/foundation/UserDefaults.h"

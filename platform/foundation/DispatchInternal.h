@@ -11,8 +11,8 @@
 #include <asio/steady_timer.hpp>
 #include <asio/thread_pool.hpp>
 
-#include "nbbase/foundation/NBLog.h"
 #include "nbbase/foundation/Cancellable.h"
+#include "nbbase/foundation/NBLog.h"
 
 namespace nb::dispatch_internal {
 

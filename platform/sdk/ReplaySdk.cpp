@@ -11,8 +11,8 @@
 #include <unordered_map>
 #include <utility>
 
-#include "nbbase/foundation/NBLog.h"
 #include "nbbase/foundation/Json.h"
+#include "nbbase/foundation/NBLog.h"
 
 namespace nb {
 

@@ -11,7 +11,6 @@
 
 #include "nbbase/NBConstants.h"
 #include "nbbase/foundation/Url.h"
-#include "nbbase/update/NBCustomizedVersionComparator.h"
 #include "nbbase/updater/SUSignatureVerifier.h"
 
 namespace nb {
@@ -78,7 +77,8 @@ struct Check {
 
 struct SUUpdater::Core : std::enable_shared_from_this<SUUpdater::Core> {
     Core(std::shared_ptr<const MainBundle> bundle, UserDefaults& defaults, URLSession& session, const Folders& folders,
-         MainQueue& mainQueue, DispatchQueue& background, NBLog& log, std::string systemVersion)
+         MainQueue& mainQueue, DispatchQueue& background, NBLog& log, std::string systemVersion,
+         const SUVersionComparison* comparator)
         : fixedBundle(std::move(bundle)),
           defaults(defaults),
           session(session),
@@ -86,7 +86,8 @@ struct SUUpdater::Core : std::enable_shared_from_this<SUUpdater::Core> {
           mainQueue(mainQueue),
           background(background),
           log(log),
-          systemVersion(std::move(systemVersion)) {}
+          systemVersion(std::move(systemVersion)),
+          comparator(comparator) {}
 
     const std::shared_ptr<const MainBundle> fixedBundle;
     UserDefaults& defaults;
@@ -96,6 +97,7 @@ struct SUUpdater::Core : std::enable_shared_from_this<SUUpdater::Core> {
     DispatchQueue& background;
     NBLog& log;
     const std::string systemVersion;
+    const SUVersionComparison* const comparator;
 
     // Set by the owner's constructor, cleared by its destructor; both on the main thread, so a main-queue
     // task that sees it set may use it to the end.
@@ -234,20 +236,24 @@ struct SUUpdater::Core : std::enable_shared_from_this<SUUpdater::Core> {
         tellDelegate([&](SUUpdaterDelegate& d, SUUpdater& u) { d.updaterDidFinishLoadingAppcast(u, appcast); });
         if (!current(c)) return;
 
-        const SUVersionComparison* comparator = nullptr;
-        tellDelegate([&](SUUpdaterDelegate& d, SUUpdater& u) { comparator = d.versionComparatorForUpdater(u); });
-        if (comparator == nullptr) comparator = &NBCustomizedVersionComparator::defaultComparator();
+        const SUVersionComparison* chosen = nullptr;
+        tellDelegate([&](SUUpdaterDelegate& d, SUUpdater& u) { chosen = d.versionComparatorForUpdater(u); });
+        if (chosen == nullptr) chosen = comparator;
+        if (chosen == nullptr) {
+            abort({SUError::NoComparator, "no version comparator: neither the delegate nor the updater has one"});
+            return;
+        }
 
         Item best;
         for (const auto& item : appcast.items()) {
-            if (!item || !admitsThisSystem(*item, *comparator)) continue;
-            if (!best || comparator->compareVersion(item->versionString(), best->versionString()) > 0) best = item;
+            if (!item || !admitsThisSystem(*item, *chosen)) continue;
+            if (!best || chosen->compareVersion(item->versionString(), best->versionString()) > 0) best = item;
         }
         const auto b = bundle();
         std::string running = b->bundleVersion();
         if (running.empty()) running = b->shortVersionString();
         const auto skipped = defaults.stringForKey(UpgradeSkippedVersionKey);
-        const bool newer = best && comparator->compareVersion(best->versionString(), running) > 0;
+        const bool newer = best && chosen->compareVersion(best->versionString(), running) > 0;
         const bool passedOver = newer && !c->interactive && skipped == best->versionString();
         if (!newer || passedOver) {
             if (passedOver) log.log(2, "update {} skipped by the user", best->versionString());
@@ -272,14 +278,14 @@ struct SUUpdater::Core : std::enable_shared_from_this<SUUpdater::Core> {
         }
     }
 
-    bool admitsThisSystem(const SUAppcastItem& item, const SUVersionComparison& comparator) const {
+    bool admitsThisSystem(const SUAppcastItem& item, const SUVersionComparison& order) const {
         if (systemVersion.empty()) return true;
         if (const auto& minimum = item.minimumSystemVersion();
-            minimum && !minimum->empty() && comparator.compareVersion(systemVersion, *minimum) < 0) {
+            minimum && !minimum->empty() && order.compareVersion(systemVersion, *minimum) < 0) {
             return false;
         }
         if (const auto& maximum = item.maximumSystemVersion();
-            maximum && !maximum->empty() && comparator.compareVersion(systemVersion, *maximum) > 0) {
+            maximum && !maximum->empty() && order.compareVersion(systemVersion, *maximum) > 0) {
             return false;
         }
         return true;
@@ -490,9 +496,9 @@ SUUpdater& SUUpdater::sharedUpdater() {
 
 SUUpdater::SUUpdater(std::shared_ptr<const MainBundle> bundle, UserDefaults& standardDefaults, URLSession& session,
                      const Folders& folders, MainQueue& mainQueue, DispatchQueue& background, NBLog& log,
-                     std::string systemVersion)
+                     std::string systemVersion, const SUVersionComparison* comparator)
     : core_(std::make_shared<Core>(std::move(bundle), standardDefaults, session, folders, mainQueue, background, log,
-                                   std::move(systemVersion))) {
+                                   std::move(systemVersion), comparator)) {
     core_->owner = this;
 }
 

@@ -3,8 +3,8 @@
 // at level 2 as "<class> <operation>", so a test reads the order of calls beside the host's own lines.
 #include <string>
 
-#include "nbbase/foundation/NBLog.h"
 #include "nbbase/core/NBPluginProtocol.h"
+#include "nbbase/foundation/NBLog.h"
 
 #ifndef INITIALIZE_ANSWER
 #define INITIALIZE_ANSWER true

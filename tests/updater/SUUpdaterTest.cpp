@@ -14,6 +14,7 @@
 #include "catalog/ReplayBridge.h"
 #include "nbbase/NBConstants.h"
 #include "nbbase/foundation/SerialQueue.h"
+#include "nbbase/update/NBCustomizedVersionComparator.h"
 #include "nbbase/updater/SUUpdater.h"
 #include "nbbase/updater/UpdateSigner.h"
 
@@ -84,7 +85,8 @@ struct Rig {
         Value::Dictionary info{{"CFBundleIdentifier", kBundleId}, {"CFBundleVersion", "3.2.0"}};
         if (publicKey) info.set("SUPublicEDKey", Value(*publicKey));
         bundle = std::make_shared<nb::MainBundle>(Value(std::move(info)), home.path());
-        updater = std::make_unique<SUUpdater>(bundle, defaults, session, folders, main, background, replay.log(), "12");
+        updater = std::make_unique<SUUpdater>(bundle, defaults, session, folders, main, background, replay.log(), "12",
+                                              &nb::NBCustomizedVersionComparator::defaultComparator());
         updater->setDelegate(delegate);
         nb::SUUpdaterHooks hooks;
         hooks.showUpdateAlert = [this](const SUUpdater::Item& item, nb::SUUpdaterHooks::AlertReply reply) {

@@ -12,13 +12,13 @@
 #include <fmt/format.h>
 
 #include "EntitlementTable.h"
-#include "nbbase/foundation/NBLog.h"
 #include "nbbase/common/NBNetworkCheck.h"
 #include "nbbase/core/NBConfiguration.h"
 #include "nbbase/core/NimboSdkManager.h"
 #include "nbbase/entitlements/InterestsInfo.h"
 #include "nbbase/entitlements/VipInfo.h"
 #include "nbbase/foundation/Json.h"
+#include "nbbase/foundation/NBLog.h"
 
 namespace nb::nbctl {
 

@@ -12,12 +12,12 @@
 #include <fmt/format.h>
 
 #include "PlistText.h"
-#include "nbbase/foundation/NBLog.h"
 #include "nbbase/common/NBNetworkCheck.h"
 #include "nbbase/core/NBConfiguration.h"
 #include "nbbase/core/NimboSdkManager.h"
 #include "nbbase/foundation/Folders.h"
 #include "nbbase/foundation/Json.h"
+#include "nbbase/foundation/NBLog.h"
 #include "nbbase/sdk/ReplaySdk.h"
 
 namespace nb::nbctl {

@@ -8,7 +8,6 @@
 #include <fmt/format.h>
 
 #include "UpdateReport.h"
-#include "nbbase/foundation/NBLog.h"
 #include "nbbase/common/NBNetworkCheck.h"
 #include "nbbase/core/NBConfiguration.h"
 #include "nbbase/core/NBEventCenter.h"
@@ -16,6 +15,7 @@
 #include "nbbase/foundation/Folders.h"
 #include "nbbase/foundation/MainBundle.h"
 #include "nbbase/foundation/MainQueue.h"
+#include "nbbase/foundation/NBLog.h"
 #include "nbbase/foundation/UserDefaults.h"
 #include "nbbase/sdk/ReplaySdk.h"
 #include "nbbase/update/NBUpdateManager.h"

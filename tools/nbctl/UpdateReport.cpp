@@ -5,6 +5,7 @@
 #include <fmt/format.h>
 
 #include "HostSteps.h"
+#include "nbbase/update/NBCustomizedVersionComparator.h"
 
 namespace nb::nbctl {
 
@@ -57,7 +58,8 @@ SUUpdaterHooks UpdateReport::hooks() {
 }
 
 const SUVersionComparison* UpdateReport::versionComparatorForUpdater(SUUpdater& updater) {
-    return client_ ? client_->versionComparatorForUpdater(updater) : nullptr;
+    // Without the update manager (a feed of the user's own), versions are still the client's to order.
+    return client_ ? client_->versionComparatorForUpdater(updater) : &NBCustomizedVersionComparator::defaultComparator();
 }
 
 void UpdateReport::updaterDidFinishLoadingAppcast(SUUpdater& updater, const SUAppcast& appcast) {

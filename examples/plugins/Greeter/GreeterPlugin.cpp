@@ -4,9 +4,9 @@
 #include <string>
 
 #include "nbbase/NBConstants.h"
-#include "nbbase/foundation/NBLog.h"
 #include "nbbase/core/NBEventCenter.h"
 #include "nbbase/core/NBPluginProtocol.h"
+#include "nbbase/foundation/NBLog.h"
 
 namespace {
 

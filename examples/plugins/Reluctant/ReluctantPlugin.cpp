@@ -2,8 +2,8 @@
 // logs the failure and starts it anyway; it must cope with running unprepared.
 #include <string>
 
-#include "nbbase/foundation/NBLog.h"
 #include "nbbase/core/NBPluginProtocol.h"
+#include "nbbase/foundation/NBLog.h"
 
 namespace {
 

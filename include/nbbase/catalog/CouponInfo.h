@@ -29,10 +29,10 @@
 #include <functional>
 #include <memory>
 
-#include "nbbase/foundation/NBLog.h"
 #include "nbbase/core/NimboSdkManager.h"
 #include "nbbase/foundation/ConcurrentQueue.h"
 #include "nbbase/foundation/DispatchQueue.h"
+#include "nbbase/foundation/NBLog.h"
 #include "nbbase/foundation/Value.h"
 
 namespace nb {

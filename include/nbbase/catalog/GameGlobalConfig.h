@@ -47,12 +47,12 @@
 #include <string>
 #include <vector>
 
-#include "nbbase/foundation/NBLog.h"
 #include "nbbase/core/NBConfiguration.h"
 #include "nbbase/core/NimboSdkManager.h"
 #include "nbbase/foundation/ConcurrentQueue.h"
 #include "nbbase/foundation/DispatchQueue.h"
 #include "nbbase/foundation/MainBundle.h"
+#include "nbbase/foundation/NBLog.h"
 #include "nbbase/foundation/Size.h"
 #include "nbbase/foundation/Value.h"
 

@@ -38,9 +38,9 @@
 #include <utility>
 #include <vector>
 
-#include "nbbase/foundation/NBLog.h"
 #include "nbbase/core/NimboSdkManager.h"
 #include "nbbase/foundation/Localization.h"
+#include "nbbase/foundation/NBLog.h"
 #include "nbbase/foundation/Value.h"
 
 namespace nb {

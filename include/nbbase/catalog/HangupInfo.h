@@ -23,8 +23,8 @@
 #include <optional>
 #include <string>
 
-#include "nbbase/foundation/NBLog.h"
 #include "nbbase/foundation/Clock.h"
+#include "nbbase/foundation/NBLog.h"
 #include "nbbase/foundation/Value.h"
 
 namespace nb {

@@ -35,10 +35,10 @@
 
 #include "nbbase/catalog/GameTipsEntry.h"
 #include "nbbase/catalog/TipsButton.h"
-#include "nbbase/foundation/NBLog.h"
 #include "nbbase/core/NimboSdkManager.h"
 #include "nbbase/foundation/ConcurrentQueue.h"
 #include "nbbase/foundation/DispatchQueue.h"
+#include "nbbase/foundation/NBLog.h"
 #include "nbbase/foundation/Value.h"
 
 namespace nb {

@@ -39,10 +39,10 @@
 #include <string>
 #include <vector>
 
-#include "nbbase/foundation/NBLog.h"
 #include "nbbase/core/NBEventCenter.h"
 #include "nbbase/core/NBPluginProtocol.h"
 #include "nbbase/foundation/MainBundle.h"
+#include "nbbase/foundation/NBLog.h"
 
 namespace nb {
 

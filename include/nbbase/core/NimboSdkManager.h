@@ -40,10 +40,10 @@
 #include <optional>
 #include <string>
 
-#include "nbbase/foundation/NBLog.h"
 #include "nbbase/common/NBNetworkCheck.h"
 #include "nbbase/core/NBConfiguration.h"
 #include "nbbase/foundation/MainBundle.h"
+#include "nbbase/foundation/NBLog.h"
 #include "nbbase/foundation/Value.h"
 #include "nbbase/sdk/NimboSDKInterface.h"
 

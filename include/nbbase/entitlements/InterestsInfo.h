@@ -32,7 +32,6 @@
 #include <string>
 #include <string_view>
 
-#include "nbbase/foundation/NBLog.h"
 #include "nbbase/core/NBConfiguration.h"
 #include "nbbase/core/NimboSdkManager.h"
 #include "nbbase/entitlements/InterestRules.h"
@@ -42,6 +41,7 @@
 #include "nbbase/entitlements/VipInfo.h"
 #include "nbbase/foundation/ConcurrentQueue.h"
 #include "nbbase/foundation/DispatchQueue.h"
+#include "nbbase/foundation/NBLog.h"
 #include "nbbase/foundation/Value.h"
 
 namespace nb {

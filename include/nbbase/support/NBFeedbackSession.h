@@ -44,12 +44,12 @@
 #include <string_view>
 
 #include "nbbase/common/NBDeviceInfo.h"
-#include "nbbase/foundation/NBLog.h"
 #include "nbbase/common/NBPublicKey.h"
 #include "nbbase/core/NBConfiguration.h"
 #include "nbbase/core/NimboSdkManager.h"
 #include "nbbase/foundation/Clock.h"
 #include "nbbase/foundation/MainBundle.h"
+#include "nbbase/foundation/NBLog.h"
 #include "nbbase/foundation/Value.h"
 #include "nbbase/foundation/Workspace.h"
 

@@ -43,11 +43,11 @@
 #include <optional>
 #include <string>
 
-#include "nbbase/foundation/NBLog.h"
 #include "nbbase/core/NBConfiguration.h"
 #include "nbbase/core/NimboSdkManager.h"
 #include "nbbase/foundation/ConcurrentQueue.h"
 #include "nbbase/foundation/DispatchQueue.h"
+#include "nbbase/foundation/NBLog.h"
 #include "nbbase/support/NBSceneTask.h"
 
 namespace nb {

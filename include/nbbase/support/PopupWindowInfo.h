@@ -58,11 +58,11 @@
 #include <vector>
 
 #include "nbbase/catalog/NBImageCache.h"
-#include "nbbase/foundation/NBLog.h"
 #include "nbbase/core/NimboSdkManager.h"
 #include "nbbase/foundation/Clock.h"
 #include "nbbase/foundation/ConcurrentQueue.h"
 #include "nbbase/foundation/DispatchQueue.h"
+#include "nbbase/foundation/NBLog.h"
 #include "nbbase/foundation/ThreadPool.h"
 #include "nbbase/foundation/Value.h"
 #include "nbbase/support/NBPopupModel.h"

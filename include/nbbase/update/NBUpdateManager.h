@@ -48,7 +48,6 @@
 #include <optional>
 #include <string>
 
-#include "nbbase/foundation/NBLog.h"
 #include "nbbase/core/NBConfiguration.h"
 #include "nbbase/core/NBEventCenter.h"
 #include "nbbase/core/NimboSdkManager.h"
@@ -57,6 +56,7 @@
 #include "nbbase/foundation/Folders.h"
 #include "nbbase/foundation/MainBundle.h"
 #include "nbbase/foundation/MainQueue.h"
+#include "nbbase/foundation/NBLog.h"
 #include "nbbase/foundation/Notification.h"
 #include "nbbase/foundation/UserDefaults.h"
 #include "nbbase/updater/SUUpdater.h"

@@ -10,7 +10,8 @@
 //    feed at all, a fetch that fails, a feed that is not an appcast, or a completion answering false end
 //    the check with updaterDidAbortWithError().
 // 2. The choice. updaterDidFinishLoadingAppcast(), then the newest item by the delegate's comparator
-//    (versionComparatorForUpdater(); NBCustomizedVersionComparator's when it answers none) among those
+//    (versionComparatorForUpdater(); the constructor's when it answers none, and without either the
+//    check ends with updaterDidAbortWithError(), NoComparator) among those
 //    whose minimum and maximum system versions admit systemVersion() (an item naming none, or an unknown
 //    system version, is admitted). It is an update when it is newer than the running version: the main
 //    bundle's "CFBundleVersion", else its "CFBundleShortVersionString". A background or scheduled check
@@ -67,13 +68,13 @@
 #include <string>
 
 #include "nbbase/common/NBDeviceInfo.h"
-#include "nbbase/foundation/NBLog.h"
 #include "nbbase/common/URLSession.h"
 #include "nbbase/foundation/ConcurrentQueue.h"
 #include "nbbase/foundation/DispatchQueue.h"
 #include "nbbase/foundation/Folders.h"
 #include "nbbase/foundation/MainBundle.h"
 #include "nbbase/foundation/MainQueue.h"
+#include "nbbase/foundation/NBLog.h"
 #include "nbbase/foundation/UserDefaults.h"
 #include "nbbase/updater/SUAppcast.h"
 #include "nbbase/updater/SUAppcastItem.h"
@@ -99,6 +100,7 @@ struct SUError {
         DownloadFailed = 3,  // the package could not be downloaded
         Refused = 4,         // the package is not complete, not of the stated length, or not signed by the key
         InstallFailed = 5,   // the installer hook refused the package
+        NoComparator = 6,    // neither the delegate nor the constructor supplies a version comparator
     };
     std::int64_t code = 0;
     std::string localizedDescription;
@@ -113,7 +115,7 @@ public:
 
     virtual ~SUUpdaterDelegate() = default;
 
-    // nullptr: NBCustomizedVersionComparator::defaultComparator(). The answer must outlive the check.
+    // nullptr: the comparator given to the updater's constructor. The answer must outlive the check.
     virtual const SUVersionComparison* versionComparatorForUpdater(SUUpdater& updater);
     virtual void updaterDidFinishLoadingAppcast(SUUpdater& updater, const SUAppcast& appcast);
     virtual void updaterDidNotFindUpdate(SUUpdater& updater);
@@ -167,13 +169,16 @@ public:
 
     // `bundle` answers identity, versions and the information keys at each check; nullptr reads
     // MainBundle::main() each time. `systemVersion` is the running system's version for the items'
-    // system-version bounds; "" is unknown.
+    // system-version bounds; "" is unknown. `comparator` orders versions when the delegate answers no
+    // comparator of its own (the client's is NBCustomizedVersionComparator::defaultComparator()); it must
+    // outlive the updater. The process-wide updater has none: its delegate, the update manager, answers one.
     explicit SUUpdater(std::shared_ptr<const MainBundle> bundle = nullptr,
                        UserDefaults& standardDefaults = UserDefaults::standardUserDefaults(),
                        URLSession& session = URLSession::shared(), const Folders& folders = Folders::sharedInstance(),
                        MainQueue& mainQueue = MainQueue::sharedInstance(),
                        DispatchQueue& background = ConcurrentQueue::global(), NBLog& log = NBLog::sharedInstance(),
-                       std::string systemVersion = NBDeviceInfo::systemVersionNumber());
+                       std::string systemVersion = NBDeviceInfo::systemVersionNumber(),
+                       const SUVersionComparison* comparator = nullptr);
     ~SUUpdater();
     SUUpdater(const SUUpdater&) = delete;
     SUUpdater& operator=(const SUUpdater&) = delete;
