@@ -9,6 +9,7 @@
 
 #include "CatalogReport.h"
 #include "EntitlementsCommand.h"
+#include "NumberArgument.h"
 #include "ReportText.h"
 #include "nbbase/catalog/CouponInfo.h"
 #include "nbbase/catalog/ExtraGameInfo.h"
@@ -34,7 +35,8 @@ CatalogCommand::CatalogCommand(CLI::App& app, std::filesystem::path defaultRepli
     command_->add_option("--replies", replies_, "Folder the replies default to")->capture_default_str();
     command_->add_option("--game-id", gameId_, "Game whose settings, tips and exit button are shown")
         ->capture_default_str();
-    command_->add_option("--now", now_, "Unix seconds the clocks read (default: the recording's getTimeStamp.json)");
+    command_->add_option("--now", now_, "Unix seconds the clocks read (default: the recording's getTimeStamp.json)")
+        ->transform(NumberArgument::integerOption());
     command_->add_option("--game", game_, "Game information reply (default: gameInfo.json)");
     command_->add_option("--config", config_, "Global configuration (default: getGameGlobalConfig.json)");
     command_->add_option("--tips", tips_, "Tip panels (default: getTipsButtonInfo.json)");

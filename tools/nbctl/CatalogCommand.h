@@ -11,7 +11,8 @@
 //
 // Time: a recording is shown as it was. The tag period is judged against the SDK's clock and the idle time
 // left against the local clock; both read --now, which defaults to the recording's getTimeStamp.json (the
-// system clock when there is none).
+// system clock when there is none). --now is a decimal integer that fits 64 bits; anything else is a bad
+// argument, never rounded to the end of the range.
 //
 // Nothing is fetched and nothing is written: every model parses its file, the bridge's SDK answers only the
 // time, and the settings suite is never opened.

@@ -1,5 +1,6 @@
 // `nbctl error CODE [SUBCODE] [--module M]`: the message a user is shown for a failure's code, in the
-// user's language, and the code's display form.
+// user's language, and the code's display form. Each number is a decimal integer that fits 64 bits
+// ("010" is ten); anything else fails with exit status 2 and one line naming the argument and the range.
 #pragma once
 
 #include <cstdint>
