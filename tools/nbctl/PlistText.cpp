@@ -81,6 +81,22 @@ std::string PlistText::isoDate(const Date& date) {
                        tm.tm_hour, tm.tm_min, tm.tm_sec);
 }
 
+const char* PlistText::typeName(const Value& value) {
+    switch (value.kind()) {
+        case Value::Kind::String: return "string";
+        case Value::Kind::Integer: return "integer";
+        case Value::Kind::Real: return "float";
+        case Value::Kind::Bool: return "boolean";
+        case Value::Kind::Array: return "array";
+        case Value::Kind::Dictionary: return "dictionary";
+        case Value::Kind::Data: return "data";
+        case Value::Kind::Date: return "date";
+        case Value::Kind::Absent:
+        case Value::Kind::Null: return nullptr;
+    }
+    return nullptr;
+}
+
 Value PlistText::jsonSafe(const Value& value) {
     switch (value.kind()) {
         case Value::Kind::Data: return Value(value.description());

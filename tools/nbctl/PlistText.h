@@ -16,6 +16,10 @@ public:
     static Value jsonSafe(const Value& value);
 
     static std::string isoDate(const Date& date);
+
+    // The word `defaults read-type` prints after "Type is ": string, integer, float, boolean, array,
+    // dictionary, data or date. nullptr for absent and null, which no suite can hold.
+    static const char* typeName(const Value& value);
 };
 
 }  // namespace nb::nbctl
