@@ -140,6 +140,104 @@ TEST_F(NbctlTest, FailuresAreOneLineWithAnExitCode) {
     EXPECT_EQ(nbctl("defaults read present k").out, "v\n");
 }
 
+TEST_F(NbctlTest, DefaultsVerbsAndNumbersOutOfRange) {
+    {
+        nb::UserDefaults s("s", folder_);
+        for (const auto& [key, value] : std::initializer_list<std::pair<const char*, nb::Value>>{
+                 {"name", "Lantern Quest"}, {"count", 7}, {"ratio", 0.5}, {"flag", true},
+                 {"list", nb::Value::array({"a"})}, {"map", nb::Value::dictionary({{"Colour", "red"}})},
+                 {"blob", nb::Data{1, 2}}, {"when", nb::Date{1795000000}}}) {
+            ASSERT_TRUE(s.setObject(value, key));
+        }
+    }
+    const std::string notPlist = file("notes.txt", "not a property list");
+    const std::string arrayRoot = file("array.plist", "<plist><array/></plist>");
+    const std::string int64Range = "out of range: an integer from -9223372036854775808 to 9223372036854775807";
+    // In order, as later rows read what earlier ones wrote. The fragment is looked for in standard output
+    // on success and in the one line of standard error on failure.
+    const struct {
+        std::string args;
+        int exitCode;
+        std::string fragment;
+    } rows[] = {
+        {"defaults read-type s name", 0, "Type is string\n"}, {"defaults read-type s count", 0, "Type is integer\n"},
+        {"defaults read-type s ratio", 0, "Type is float\n"}, {"defaults read-type s flag", 0, "Type is boolean\n"},
+        {"defaults read-type s list", 0, "Type is array\n"}, {"defaults read-type s map", 0, "Type is dictionary\n"},
+        {"defaults read-type s blob", 0, "Type is data\n"}, {"defaults read-type s when", 0, "Type is date\n"},
+        {"defaults read-type s nokey", 1, "(s, nokey) does not exist"},
+        {"defaults write s list -array-add b 'c d'", 0, ""},
+        {"defaults read s list", 0, "(\n    a,\n    b,\n    \"c d\"\n)\n"},
+        {"defaults write s fresh -array-add x", 0, ""}, {"defaults read-type s fresh", 0, "Type is array\n"},
+        {"defaults write s name -array-add x", 1, "name in s holds a string, not an array: nothing changed"},
+        {"defaults write s map -dict-add size big", 0, ""},
+        {"defaults read s map", 0, "{\n    Colour = red;\n    size = big;\n}\n"},
+        {"defaults write s map -dict-add odd", 2, "pairs"},
+        {"defaults write s list -dict-add k v", 1, "holds an array, not a dictionary"},
+        {"defaults rename s name title", 0, ""}, {"defaults read s title", 0, "\"Lantern Quest\"\n"},
+        {"defaults read s name", 1, "(s, name) does not exist"},
+        {"defaults rename s name again", 1, "(s, name) does not exist"},
+        {"defaults find QUEST", 0, "Found 1 keys in domain 's': {\n    title = \"Lantern Quest\";\n}\n"},
+        {"defaults find colour", 0, "Found 1 keys in domain 's': {\n    map = {\n"},  // a nested key
+        {"defaults find 0.5", 0, "ratio = 0.5;"},
+        {"defaults find nowhere", 1, "No key or value containing 'nowhere'"},
+        {"defaults import t '" + notPlist + "'", 1, "notes.txt: not a property list"},
+        {"defaults import t '" + arrayRoot + "'", 1, "holds an array, not a dictionary"},
+        {"defaults import t /nonexistent.plist", 1, "/nonexistent.plist: no such file"},
+        {"defaults read t", 1, "Domain t does not exist"},  // the refused imports stored nothing
+        {"defaults export nosuite -", 1, "Domain nosuite does not exist"},
+        {"defaults write s n -int 9223372036854775807", 0, ""},
+        {"defaults write s n -int 9223372036854775808", 2, "-int: '9223372036854775808' is " + int64Range},
+        {"defaults write s n -int -9223372036854775809", 2, int64Range},
+        {"defaults write s n -float 1e999", 2, "-float: '1e999' is out of range"},
+        {"defaults write s n -float 1e-400", 2, "out of range"},
+        {"defaults read s n", 0, "9223372036854775807\n"},
+        {"error 99999999999999999999 0", 2, "code: '99999999999999999999' is " + int64Range},
+        {"error 1 -99999999999999999999", 2, "subcode: "},
+        {"error 1 2 --module 1e3", 2, "--module: '1e3' is not an integer"},
+        {"error 010 0", 0, "0-10-0"},  // decimal, not octal
+        {"catalog --now 99999999999999999999", 2, "--now: "},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.args);
+        const Outcome o = nbctl(row.args);
+        EXPECT_EQ(o.exitCode, row.exitCode) << o.err;
+        if (row.exitCode == 0) {
+            EXPECT_THAT(o.out, HasSubstr(row.fragment));
+        } else {
+            EXPECT_EQ(o.out, "");
+            EXPECT_TRUE(oneLine(o.err)) << o.err;
+            EXPECT_THAT(o.err, HasSubstr(row.fragment));
+        }
+    }
+}
+
+TEST_F(NbctlTest, DefaultsExportAndImportRoundTrip) {
+    const nb::Value suite = nb::Value::dictionary(
+        {{"name", "Lantern Quest"}, {"count", -42}, {"ratio", 0.25}, {"flag", false}, {"blob", nb::Data{0, 255}},
+         {"when", nb::Date{1795000000}}, {"nested", nb::Value::dictionary({{"list", nb::Value::array({1, "two"})}})}});
+    {
+        nb::UserDefaults from("from", folder_);
+        for (const auto& [key, value] : *suite.asDictionary()) ASSERT_TRUE(from.setObject(value, key));
+    }
+    // Through a file.
+    const std::string exported = (folder_ / "from.plist").string();
+    ASSERT_EQ(nbctl("defaults export from '" + exported + "'").exitCode, 0);
+    ASSERT_EQ(nbctl("defaults write viaFile kept yes").exitCode, 0);
+    const Outcome imported = nbctl("defaults import viaFile '" + exported + "'");
+    ASSERT_EQ(imported.exitCode, 0) << imported.err;
+    nb::Value expected = suite;
+    expected.set("kept", "yes");  // a key the file does not hold stays
+    EXPECT_EQ(nb::UserDefaults("viaFile", folder_).persistentDomain(), expected);
+
+    // Through standard output and standard input.
+    const Outcome out = nbctl("defaults export from -");
+    ASSERT_EQ(out.exitCode, 0) << out.err;
+    EXPECT_THAT(out.out, HasSubstr("<plist version=\"1.0\">"));
+    const Outcome in = nbctl("defaults import viaPipe - < '" + file("piped.plist", out.out) + "'");
+    ASSERT_EQ(in.exitCode, 0) << in.err;
+    EXPECT_EQ(nb::UserDefaults("viaPipe", folder_).persistentDomain(), suite);
+}
+
 TEST_F(NbctlTest, ConfigShowsTheFileSwitchesAndTheStoredIdentity) {
     const auto home = folder_ / "home";
     std::filesystem::create_directories(home);
