@@ -1,16 +1,10 @@
 #include "nbbase/core/NBConfiguration.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <cerrno>
 #include <utility>
 
 #include "nbbase/foundation/NBLog.h"
 #include "nbbase/common/NBUtils.h"
 #include "nbbase/foundation/Folders.h"
-#include "nbbase/foundation/PropertyList.h"
 
 namespace nb {
 namespace {
@@ -23,38 +17,6 @@ constexpr const char* kTestGameApiBase = "https://api-test.korvane-nimbo.com";
 constexpr const char* kTestWebBase = "https://www-test.korvane-nimbo.com";
 
 constexpr const char* kReleaseTags = "mac_release";
-
-// The whole file, or nullopt when it cannot be read. Only regular files count: opening a FIFO someone left
-// at the path would block every settings read, and a folder has no bytes. O_NONBLOCK keeps open() itself
-// from waiting on a FIFO.
-std::optional<std::string> readWholeFile(const std::filesystem::path& path) {
-    const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-    if (fd < 0) return std::nullopt;
-    std::optional<std::string> bytes;
-    struct stat info {};
-    if (::fstat(fd, &info) == 0 && S_ISREG(info.st_mode) &&
-        static_cast<std::uintmax_t>(info.st_size) <= PropertyList::kMaxFileSize) {
-        bytes.emplace();
-        char buffer[16384];
-        for (;;) {
-            const ssize_t n = ::read(fd, buffer, sizeof buffer);
-            if (n > 0) {
-                bytes->append(buffer, static_cast<std::size_t>(n));
-                if (bytes->size() > PropertyList::kMaxFileSize) {
-                    bytes.reset();
-                    break;
-                }
-            } else if (n == 0) {
-                break;
-            } else if (errno != EINTR) {
-                bytes.reset();
-                break;
-            }
-        }
-    }
-    ::close(fd);
-    return bytes;
-}
 
 // The key of a per-game setting, or nullopt when there is none to read or write: a nil game id never
 // forms one; an empty one does unless the operation refuses it.
@@ -71,8 +33,9 @@ std::int64_t truncated(double value) { return Value(value).longLongValue(); }
 }  // namespace
 
 NBConfiguration::NBConfiguration(std::shared_ptr<UserDefaults> userDefaults, std::filesystem::path homeFolder,
-                                 MainBundleProvider mainBundle, PreferredLanguagesProvider preferredLanguages)
-    : sdkConfigFilePath_(std::move(homeFolder) / kSdkConfigFileName),
+                                 MainBundleProvider mainBundle, PreferredLanguagesProvider preferredLanguages,
+                                 const Clock& clock)
+    : sdkConfigFile_(std::move(homeFolder) / kSdkConfigFileName, clock),
       mainBundle_(std::move(mainBundle)),
       preferredLanguages_(std::move(preferredLanguages)),
       userDefaults_(std::move(userDefaults)) {
@@ -433,11 +396,10 @@ std::string NBConfiguration::strStepKey(std::int64_t step) { return "step_" + st
 // ---- SDK configuration file ----
 
 Value NBConfiguration::getSdkConfigValue(std::string_view key, std::string_view ofSeciont) const {
-    const auto bytes = readWholeFile(sdkConfigFilePath_);
-    if (!bytes) return Value("");
-    const Value root = PropertyList::read(std::string_view(*bytes));
-    if (!root.isDictionary()) return {};
-    const Value& section = root[ofSeciont];
+    const std::shared_ptr<const Value> root = sdkConfigFile_.read();
+    if (!root) return Value("");
+    if (!root->isDictionary()) return {};
+    const Value& section = (*root)[ofSeciont];
     return section.isDictionary() ? section[key] : Value();
 }
 

@@ -2,10 +2,12 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <filesystem>
 #include <fstream>
 #include <functional>
@@ -17,6 +19,7 @@
 
 #include "ErrorLog.h"
 #include "TempDir.h"
+#include "nbbase/foundation/ManualClock.h"
 #include "nbbase/foundation/PropertyList.h"
 #include "tests/foundation/ChildProcess.h"
 
@@ -128,6 +131,7 @@ TEST_F(NBConfigurationTest, StoredFormsKeysAndLanguageAreSharedThroughTheSuite) 
 TEST_F(NBConfigurationTest, ConfigurationFileStates) {
     const auto game = [](Value section) { return Value::dictionary({{"game", std::move(section)}}); };
     const auto env = [&](Value v) { writeConfig(game(Value::dictionary({{"envType", std::move(v)}}))); };
+    const fs::path file = home_ / NBConfiguration::kSdkConfigFileName;
     const Opt nil;
     const struct {
         const char* name;
@@ -139,6 +143,21 @@ TEST_F(NBConfigurationTest, ConfigurationFileStates) {
     } cases[] = {
         {"missing", [] {}, Value(""), 1, "", false},
         {"folder", [&] { fs::create_directory(home_ / NBConfiguration::kSdkConfigFileName); }, Value(""), 1, "", false},
+        // Opening a FIFO for reading would wait for a writer forever.
+        {"fifo", [&] { ASSERT_EQ(::mkfifo(file.c_str(), 0600), 0); }, Value(""), 1, "", false},
+        {"larger than the limit",
+         [&] {
+             writeFile("");
+             fs::resize_file(file, PropertyList::kMaxFileSize + 1);  // sparse: costs no disk
+         },
+         Value(""), 1, "", false},
+        {"link to a list",
+         [&] {
+             env("0");
+             fs::rename(file, home_ / "target.plist");
+             fs::create_symlink(home_ / "target.plist", file);
+         },
+         Value("0"), 0, nil, false},
         {"empty", [&] { writeFile(""); }, Value(), 1, nil, false},
         {"garbage", [&] { writeFile("bplist00\xff\x01\x02<dict>"); }, Value(), 1, nil, false},
         {"array root", [&] { writeConfig(Value::array({game(Value::dictionary({{"envType", "0"}}))})); }, Value(), 1,
@@ -171,8 +190,9 @@ TEST_F(NBConfigurationTest, ConfigurationFileStates) {
     }
 }
 
-// The setters of file-backed values (and setSvipFlags) only fill fields nobody reads back.
-TEST_F(NBConfigurationTest, FileIsReadOnEveryCallAndIsTheOnlySource) {
+// The setters of file-backed values (and setSvipFlags) only fill fields nobody reads back. A rewrite of the
+// same size shows at once, and a removed file gives the missing-file answers even where a parse was kept.
+TEST_F(NBConfigurationTest, FileIsTheOnlySourceAndEveryChangeShowsAtTheNextRead) {
     const auto withEnv = [](const char* env) {
         return Value::dictionary({{"game", Value::dictionary({{"envType", env}})},
                                   {"debug", Value::dictionary({{"enable_sdk_log", true}})}});
@@ -184,8 +204,18 @@ TEST_F(NBConfigurationTest, FileIsReadOnEveryCallAndIsTheOnlySource) {
     config_->setEnableSdkLog(false);
     EXPECT_EQ(config_->envType(), 1);
     EXPECT_TRUE(config_->enableSdkLog());
+    // An hour on, the file is settled and its parse kept.
+    const ManualClock later(Clock::system().now() + std::chrono::hours(1));
+    const NBConfiguration settled(nullptr, home_, nullptr, nullptr, later);
+    EXPECT_TRUE(settled.enableSdkLog());
     fs::remove(home_ / NBConfiguration::kSdkConfigFileName);
-    EXPECT_FALSE(config_->enableSdkLog());
+    const NBConfiguration* const readers[] = {config_.get(), &settled};
+    for (const NBConfiguration* c : readers) {
+        EXPECT_EQ(c->getSdkConfigValue("enable_sdk_log", "debug"), Value(""));
+        EXPECT_FALSE(c->enableSdkLog());
+        EXPECT_EQ(c->logLevel(), "");
+        EXPECT_EQ(c->envType(), 1);
+    }
 
     config_->setSvipFlags(3);
     EXPECT_EQ(config_->svipFlags(), 0);

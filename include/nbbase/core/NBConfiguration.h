@@ -5,8 +5,9 @@
 //     settings per game (flat keys "<gameId><suffix>") and a few per-user values;
 //   - the SDK configuration file, kSdkConfigFileName in the home folder: a property list (XML or binary)
 //     edited by hand by developers and testers, holding the environment choice (section "game") and the
-//     debug switches (section "debug"). It is read and parsed afresh on every call, so an edit takes effect
-//     at the next read, and it is never written;
+//     debug switches (section "debug"). It is never written. Every file-backed getter stats the file and
+//     answers from the parse kept for it while the file is unchanged (nb::PropertyListFile); an edit, a
+//     replacement or a removal is seen at the next read, however soon after the previous one;
 //   - the main bundle (version, distribution and pay channel) and the user's preferred languages, through
 //     the providers given to the constructor.
 //
@@ -31,7 +32,8 @@
 // list with a dictionary root behaves as a missing section: absent / nullopt / NO.
 //
 // Threads: every function may be called on any thread at once. The suite is thread-safe itself; the suite
-// handle and the setter-only fields are guarded here. sharedInstance() is created once, thread-safely, on
+// handle and the setter-only fields are guarded here, and the configuration file's parse is an immutable
+// snapshot that concurrent getters share. sharedInstance() is created once, thread-safely, on
 // first use and never destroyed.
 #pragma once
 
@@ -45,8 +47,10 @@
 #include <string_view>
 #include <vector>
 
+#include "nbbase/foundation/Clock.h"
 #include "nbbase/foundation/MainBundle.h"
 #include "nbbase/foundation/PreferredLanguages.h"
+#include "nbbase/foundation/PropertyListFile.h"
 #include "nbbase/foundation/Size.h"
 #include "nbbase/foundation/UserDefaults.h"
 #include "nbbase/foundation/Value.h"
@@ -64,10 +68,13 @@ public:
 
     // userDefaults may be null. The configuration file is homeFolder / kSdkConfigFileName. The providers are
     // called on whichever thread asks (gameTags, checkSupplyId, language), on every call, so they must be
-    // thread-safe; an empty provider counts as no bundle or no languages. Registers the suite's defaults.
+    // thread-safe; an empty provider counts as no bundle or no languages. The clock tells a recently edited
+    // configuration file, whose parse is not kept yet, from a settled one; it must outlive the object.
+    // Registers the suite's defaults.
     NBConfiguration(std::shared_ptr<UserDefaults> userDefaults, std::filesystem::path homeFolder,
                     MainBundleProvider mainBundle = &MainBundle::main,
-                    PreferredLanguagesProvider preferredLanguages = &PreferredLanguages::current);
+                    PreferredLanguagesProvider preferredLanguages = &PreferredLanguages::current,
+                    const Clock& clock = Clock::system());
     NBConfiguration(const NBConfiguration&) = delete;
     NBConfiguration& operator=(const NBConfiguration&) = delete;
 
@@ -82,7 +89,7 @@ public:
     // The eight defaults of a fresh suite (video 1920 by 1080 at 60 fps, full screen, ...). Never written.
     void registerDefaults();
 
-    const std::filesystem::path& sdkConfigFilePath() const noexcept { return sdkConfigFilePath_; }
+    const std::filesystem::path& sdkConfigFilePath() const noexcept { return sdkConfigFile_.path(); }
 
     // ---- Session identity ----
     std::optional<std::string> nimboToken() const;
@@ -294,7 +301,7 @@ private:
     template <typename F>
     void setField(F&& assign);
 
-    const std::filesystem::path sdkConfigFilePath_;
+    const PropertyListFile sdkConfigFile_;
     const MainBundleProvider mainBundle_;
     const PreferredLanguagesProvider preferredLanguages_;
 
