@@ -3,6 +3,7 @@
 #include <sqlite3.h>
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -11,12 +12,16 @@
 #include <cerrno>
 #include <chrono>
 #include <cstring>
+#include <map>
+#include <set>
 #include <system_error>
 
+#include "nbbase/foundation/AtomicFile.h"
 #include "nbbase/foundation/NBLog.h"
 #include "nbbase/foundation/Folders.h"
 #include "nbbase/foundation/MainBundle.h"
 #include "nbbase/foundation/PropertyList.h"
+#include "nbbase/foundation/SuitePageReader.h"
 
 namespace nb {
 namespace {
@@ -64,15 +69,6 @@ std::string uriEscaped(const std::string& path) {
     return out;
 }
 
-bool isSqliteHeader(const std::filesystem::path& path) {
-    int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    if (fd < 0) return false;
-    char header[16] = {};
-    ssize_t n = ::read(fd, header, sizeof header);
-    ::close(fd);
-    return n == 0 || (n == 16 && std::memcmp(header, "SQLite format 3", 16) == 0);
-}
-
 bool isPermissionProblem(int rc) {
     int primary = rc & 0xFF;
     return primary == SQLITE_READONLY || primary == SQLITE_CANTOPEN || primary == SQLITE_PERM ||
@@ -84,6 +80,213 @@ Value decodeBlob(sqlite3_stmt* statement, int column) {
     int size = sqlite3_column_bytes(statement, column);
     if (blob == nullptr || size <= 0) return {};
     return PropertyList::read(std::string_view(static_cast<const char*>(blob), static_cast<std::size_t>(size)));
+}
+
+// flock() on the suite's lock file, released when the object goes away. A separate file, because closing
+// any descriptor of the database itself would drop SQLite's POSIX locks on it (see open()).
+class SuiteLock {
+public:
+    explicit SuiteLock(const std::filesystem::path& path)
+        : fd_(::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, kFileMode)) {}
+    ~SuiteLock() {
+        if (fd_ >= 0) ::close(fd_);
+    }
+    SuiteLock(const SuiteLock&) = delete;
+    SuiteLock& operator=(const SuiteLock&) = delete;
+
+    // LOCK_SH or LOCK_EX; a held lock is converted, which is not atomic: callers re-check what they saw.
+    bool acquire(int operation) {
+        if (fd_ < 0) return false;
+        while (::flock(fd_, operation) != 0) {
+            if (errno != EINTR) return false;
+        }
+        held_ = true;
+        return true;
+    }
+    bool held() const { return held_; }
+
+private:
+    int fd_;
+    bool held_ = false;
+};
+
+std::int64_t modifiedNanoseconds(const struct stat& st) {
+#ifdef __APPLE__
+    const timespec& t = st.st_mtimespec;
+#else
+    const timespec& t = st.st_mtim;
+#endif
+    return std::int64_t{t.tv_sec} * 1000000000 + t.tv_nsec;
+}
+
+std::int64_t nanosecondsSinceEpoch(std::chrono::system_clock::time_point t) {
+    return std::chrono::duration_cast<std::chrono::nanoseconds>(t.time_since_epoch()).count();
+}
+
+bool sameFile(const struct stat& a, const struct stat& b) { return a.st_dev == b.st_dev && a.st_ino == b.st_ino; }
+
+void closeDatabase(sqlite3*& db) {
+    sqlite3_close_v2(db);
+    db = nullptr;
+}
+
+// Every statement of a script; SQLITE_OK or the first failure's code.
+int execute(sqlite3* db, const char* sql) { return sqlite3_exec(db, sql, nullptr, nullptr, nullptr); }
+
+std::int64_t pragmaNumber(sqlite3* db, const char* sql) {
+    sqlite3_stmt* s = nullptr;
+    std::int64_t n = 0;
+    if (sqlite3_prepare_v2(db, sql, -1, &s, nullptr) == SQLITE_OK && sqlite3_step(s) == SQLITE_ROW)
+        n = sqlite3_column_int64(s, 0);
+    sqlite3_finalize(s);
+    return n;
+}
+
+std::optional<std::string> firstText(sqlite3* db, const char* sql) {
+    sqlite3_stmt* s = nullptr;
+    std::optional<std::string> text;
+    if (sqlite3_prepare_v2(db, sql, -1, &s, nullptr) == SQLITE_OK && sqlite3_step(s) == SQLITE_ROW) {
+        const auto* bytes = reinterpret_cast<const char*>(sqlite3_column_text(s, 0));
+        text = bytes ? bytes : "";
+    }
+    sqlite3_finalize(s);
+    return text;
+}
+
+// A database of our own in memory, with the page size of `like` so that SQLite's backup can fill it
+// (backup refuses an in-memory destination of another page size).
+sqlite3* openMemoryDatabase(sqlite3* like) {
+    sqlite3* db = nullptr;
+    if (sqlite3_open_v2(":memory:", &db, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX, nullptr) != SQLITE_OK) {
+        closeDatabase(db);
+        return nullptr;
+    }
+    if (like != nullptr) {
+        const std::string sql = "PRAGMA page_size=" + std::to_string(pragmaNumber(like, "PRAGMA page_size"));
+        (void)execute(db, sql.c_str());
+    }
+    return db;
+}
+
+bool backupInto(sqlite3* destination, sqlite3* source) {
+    sqlite3_backup* backup = sqlite3_backup_init(destination, "main", source, "main");
+    if (backup == nullptr) return false;
+    const int stepped = sqlite3_backup_step(backup, -1);
+    return sqlite3_backup_finish(backup) == SQLITE_OK && stepped == SQLITE_DONE;
+}
+
+// The file image of an in-memory database, its header marked for WAL (2) or a rollback journal (1).
+// Bytes 18 and 19 say only which journal to expect; a rollback copy is read without a -wal or -shm.
+std::optional<std::string> imageOf(sqlite3* db, unsigned char journalVersion) {
+    sqlite3_int64 size = 0;
+    unsigned char* bytes = sqlite3_serialize(db, "main", &size, 0);
+    if (bytes == nullptr) return std::nullopt;
+    std::optional<std::string> image;
+    if (size >= 100) {
+        bytes[18] = bytes[19] = journalVersion;
+        image.emplace(reinterpret_cast<const char*>(bytes), static_cast<std::size_t>(size));
+    }
+    sqlite3_free(bytes);
+    return image;
+}
+
+std::string columnBytes(sqlite3_stmt* s, int column) {
+    const auto* bytes = static_cast<const char*>(sqlite3_column_blob(s, column));
+    return bytes ? std::string(bytes, static_cast<std::size_t>(sqlite3_column_bytes(s, column))) : std::string();
+}
+
+// The quick check's first complaint, for a log line: it reports one per line, after a heading line.
+std::string firstComplaint(const std::string& report) {
+    std::vector<std::string> lines;
+    for (std::size_t start = 0; start < report.size();) {
+        std::size_t end = std::min(report.find('\n', start), report.size());
+        if (report.compare(start, 3, "***") != 0 && end > start) lines.push_back(report.substr(start, end - start));
+        start = end + 1;
+    }
+    if (lines.empty()) return report;
+    return lines.size() == 1 ? lines.front() : lines.front() + " and " + std::to_string(lines.size() - 1) + " more";
+}
+
+using Rows = std::map<std::string, std::string>;  // key -> stored bytes
+
+// Reads rows with SQLite in key order, starting over just past the last key read whenever a step fails
+// (a bad page ends a scan, not the recovery). A seek past a bad leaf tends to land on it again, so the
+// caller scans once each way. Answers whether the scan reached its end without an error.
+bool scanInOrder(sqlite3* db, bool forward, Rows& rows) {
+    const char* first = forward ? "SELECT key, value FROM preferences ORDER BY key"
+                                : "SELECT key, value FROM preferences ORDER BY key DESC";
+    const char* resume = forward ? "SELECT key, value FROM preferences WHERE key > ?1 ORDER BY key"
+                                 : "SELECT key, value FROM preferences WHERE key < ?1 ORDER BY key DESC";
+    std::optional<std::string> last;
+    bool clean = true;
+    for (bool progress = true; progress;) {
+        progress = false;
+        sqlite3_stmt* s = nullptr;
+        if (sqlite3_prepare_v2(db, last ? resume : first, -1, &s, nullptr) != SQLITE_OK) {
+            sqlite3_finalize(s);
+            return false;
+        }
+        if (last) sqlite3_bind_text(s, 1, last->data(), static_cast<int>(last->size()), SQLITE_TRANSIENT);
+        int rc;
+        while ((rc = sqlite3_step(s)) == SQLITE_ROW) {
+            std::string key = columnBytes(s, 0);
+            rows.try_emplace(key, columnBytes(s, 1));
+            last = std::move(key);
+            progress = true;
+        }
+        sqlite3_finalize(s);
+        if (rc == SQLITE_DONE) return clean;
+        clean = false;
+    }
+    return false;
+}
+
+struct Salvage {
+    Rows rows;
+    std::size_t bySqlite = 0;
+    std::size_t fromPages = 0;
+    std::size_t refused = 0;  // page rows whose value is not a property list
+    std::optional<SuitePageReader::Result> pages;
+};
+
+// Every row still readable in the damaged database at path, read without changing it: read-only, and no
+// checkpoint on close, so its WAL stays as it was for whoever looks at the moved-aside file later.
+Salvage salvage(const std::filesystem::path& path, std::uint32_t pageSize) {
+    Salvage result;
+    sqlite3* db = nullptr;
+    bool complete = false;
+    if (sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READONLY | SQLITE_OPEN_NOMUTEX, nullptr) == SQLITE_OK) {
+        sqlite3_db_config(db, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
+        // Otherwise SQLite refuses a file shorter than its header says, and a truncated suite is exactly that.
+        sqlite3_db_config(db, SQLITE_DBCONFIG_WRITABLE_SCHEMA, 1, nullptr);
+        sqlite3_busy_timeout(db, UserDefaults::kBusyTimeoutMs);
+        complete = scanInOrder(db, true, result.rows);
+        if (!complete) (void)scanInOrder(db, false, result.rows);
+    }
+    closeDatabase(db);
+    result.bySqlite = result.rows.size();
+    if (complete) return result;
+
+    result.pages = SuitePageReader::readFile(path, pageSize);
+    Rows found;
+    for (SuitePageReader::Row& row : result.pages->rows) {
+        if (result.rows.count(row.key) != 0 || found.count(row.key) != 0) continue;
+        // Bytes that merely parse as a record are not enough: every value we store is a property list.
+        if (PropertyList::read(row.value).isAbsent()) {
+            ++result.refused;
+            continue;
+        }
+        found.emplace(std::move(row.key), std::move(row.value));
+    }
+    result.fromPages = found.size();
+    result.rows.merge(found);
+    return result;
+}
+
+std::string joined(const std::vector<std::string>& names) {
+    std::string out;
+    for (const std::string& name : names) out += (out.empty() ? "" : ", ") + name;
+    return out;
 }
 
 }  // namespace
@@ -105,7 +308,9 @@ UserDefaults& UserDefaults::standardUserDefaults() {
 UserDefaults::UserDefaults(std::string suiteName, std::filesystem::path preferencesFolder)
     : suiteName_(std::move(suiteName)),
       folder_(std::move(preferencesFolder)),
-      databasePath_(folder_ / fileNameForSuite(suiteName_)) {
+      databasePath_(folder_ / fileNameForSuite(suiteName_)),
+      lastGoodPath_(databasePath_.string() + ".last-good"),
+      lockPath_(databasePath_.string() + ".lock") {
     std::lock_guard lock(mutex_);
     open();
 }
@@ -144,6 +349,10 @@ void UserDefaults::open() {
             syncFolder(folder_.parent_path());
         }
     }
+    // Shared while this open looks at the suite, so that no recovery swaps files under it; a folder
+    // that cannot hold the lock file cannot be recovered in either, and is still read.
+    SuiteLock lock(lockPath_);
+    (void)lock.acquire(LOCK_SH);
     // Create the file ourselves so that its mode never depends on the umask. Only a missing file is
     // opened here: closing any descriptor of a file drops every POSIX lock this process holds on it,
     // including those of SQLite connections of other instances on the suite, and a connection that
@@ -163,18 +372,20 @@ void UserDefaults::open() {
         ensurePrivateMode(databasePath_.string() + "-shm");
     }
 
-    for (int attempt = 0; attempt < 2; ++attempt) {
+    bool recovered = false;
+    for (;;) {
+        // Judged before this open's own connection creates an empty WAL.
+        const bool copyStale = lastGoodCopyIsStale();
+        std::string problem;
         int rc = openConnection(false) ? SQLITE_OK : sqlite3_extended_errcode(db_);
-        if (rc == SQLITE_OK && prepareStatements()) return;
-        if (rc == SQLITE_OK) rc = sqlite3_extended_errcode(db_);
-        int primary = rc & 0xFF;
-        if ((primary == SQLITE_NOTADB || primary == SQLITE_CORRUPT) && attempt == 0) {
-            logSqliteError("opening", rc);
-            closeConnection();
-            if (!moveAsideIfNotADatabase(rc)) return;
-            continue;
-        }
-        if (isPermissionProblem(rc)) {
+        if (rc == SQLITE_OK && !prepareStatements()) rc = sqlite3_extended_errcode(db_);
+        if (rc == SQLITE_OK) {
+            const Health health = checkLocked(problem);
+            if (health == Health::Sound && copyStale) saveLastGoodCopyLocked();
+            if (health != Health::Damaged) return;
+        } else if ((rc & 0xFF) == SQLITE_NOTADB || (rc & 0xFF) == SQLITE_CORRUPT) {
+            problem = db_ ? sqlite3_errmsg(db_) : sqlite3_errstr(rc);
+        } else if (isPermissionProblem(rc)) {
             closeConnection();
             if (openConnection(true)) {
                 log.log(4, "UserDefaults {}: {} cannot be written; the suite is read-only", suiteName_,
@@ -182,11 +393,210 @@ void UserDefaults::open() {
                 (void)prepareStatements();  // no table yet: every key reads as missing
                 return;
             }
+            logSqliteError("opening", rc);
+            closeConnection();
+            return;
+        } else {
+            logSqliteError("opening", rc);
+            closeConnection();
+            return;
         }
-        logSqliteError("opening", rc);
+
+        // Damaged. Leave the file exactly as found: no checkpoint into it, its WAL kept.
+        struct stat found {};
+        const bool located = ::stat(databasePath_.c_str(), &found) == 0;
+        if (db_ != nullptr) sqlite3_db_config(db_, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
         closeConnection();
+        if (recovered || !located || !lock.held()) {
+            log.log(4, "UserDefaults {}: {} is damaged ({}) and cannot be recovered{}", suiteName_,
+                    databasePath_.string(), problem, recovered ? " even after a rebuild" : "");
+            return;
+        }
+        log.log(4, "UserDefaults {}: {} is damaged ({}); waiting for other opens to finish before recovering it",
+                suiteName_, databasePath_.string(), problem);
+        if (!lock.acquire(LOCK_EX)) {
+            log.log(4, "UserDefaults {}: cannot lock {}: {}", suiteName_, lockPath_.string(), std::strerror(errno));
+            return;
+        }
+        // Another process may have recovered it while this one waited: then the path names its new file.
+        struct stat now {};
+        if (::stat(databasePath_.c_str(), &now) == 0 && sameFile(now, found)) {
+            if (!recoverLocked(problem)) return;
+            recovered = true;
+        }
+    }
+}
+
+UserDefaults::Health UserDefaults::checkLocked(std::string& problem) {
+    sqlite3_stmt* s = nullptr;
+    int rc = sqlite3_prepare_v2(db_, "PRAGMA quick_check", -1, &s, nullptr);
+    if (rc == SQLITE_OK) rc = sqlite3_step(s);
+    Health health = Health::Unknown;
+    if (rc == SQLITE_ROW) {
+        const auto* text = reinterpret_cast<const char*>(sqlite3_column_text(s, 0));
+        problem = text ? text : "";
+        health = problem == "ok" ? Health::Sound : Health::Damaged;
+        problem = firstComplaint(problem);
+    } else if ((rc & 0xFF) == SQLITE_CORRUPT || (rc & 0xFF) == SQLITE_NOTADB) {
+        problem = sqlite3_errmsg(db_);
+        health = Health::Damaged;
+    } else {
+        // Busy beyond the timeout or an I/O error says nothing about the file; use it unchecked.
+        logSqliteError("checking", rc);
+    }
+    sqlite3_finalize(s);
+    return health;
+}
+
+bool UserDefaults::lastGoodCopyIsStale() const {
+    struct stat copy {}, st {};
+    if (::stat(lastGoodPath_.c_str(), &copy) != 0) return true;
+    const std::int64_t copied = modifiedNanoseconds(copy);
+    // A copy stamped in the future says the clock went back since; its stamp proves nothing.
+    if (copied > nanosecondsSinceEpoch(std::chrono::system_clock::now() + kCopyClockSlack)) return true;
+    if (::stat(databasePath_.c_str(), &st) == 0 && modifiedNanoseconds(st) >= copied) return true;
+    // An empty WAL is only a reader having opened the suite; one with frames was written to.
+    const std::string wal = databasePath_.string() + "-wal";
+    return ::stat(wal.c_str(), &st) == 0 && st.st_size > 0 && modifiedNanoseconds(st) >= copied;
+}
+
+void UserDefaults::saveLastGoodCopyLocked() {
+    // Stamped with a time before the snapshot, less the slack, so a write that lands during or just after
+    // the snapshot is still newer than the copy. Two opens copying at once may swap stamps; the slack
+    // covers that too, unless their snapshots are further apart than the slack itself.
+    const auto stamp = std::chrono::system_clock::now() - kCopyClockSlack;
+    sqlite3* memory = openMemoryDatabase(db_);
+    std::optional<std::string> image;
+    if (memory != nullptr && backupInto(memory, db_)) image = imageOf(memory, 1);
+    closeDatabase(memory);
+    if (!image) {
+        logSqliteError("copying the suite", sqlite3_errcode(db_));
         return;
     }
+    if (auto failure = AtomicFile::write(lastGoodPath_, *image)) {
+        NBLog::sharedInstance().log(4, "UserDefaults {}: cannot keep a last good copy: {}", suiteName_, *failure);
+        return;
+    }
+    const std::int64_t ns = nanosecondsSinceEpoch(stamp);
+    const timespec times[2] = {{0, UTIME_OMIT}, {static_cast<time_t>(ns / 1000000000), static_cast<long>(ns % 1000000000)}};
+    (void)::utimensat(AT_FDCWD, lastGoodPath_.c_str(), times, 0);
+    syncFolder(folder_);
+}
+
+bool UserDefaults::recoverLocked(const std::string& problem) {
+    auto& log = NBLog::sharedInstance();
+    // Built in memory and written whole, so that no process ever opens half a rebuilt suite.
+    sqlite3* fresh = nullptr;
+    std::string copyProblem = "there is none";
+    std::uint32_t pageSize = SuitePageReader::kDefaultPageSize;
+    if (::access(lastGoodPath_.c_str(), F_OK) == 0) {
+        sqlite3* copy = nullptr;
+        if (sqlite3_open_v2(lastGoodPath_.c_str(), &copy, SQLITE_OPEN_READONLY | SQLITE_OPEN_NOMUTEX, nullptr) ==
+            SQLITE_OK) {
+            const std::optional<std::string> verdict = firstText(copy, "PRAGMA quick_check");
+            fresh = verdict == "ok" ? openMemoryDatabase(copy) : nullptr;
+            if (fresh != nullptr && backupInto(fresh, copy)) {
+                copyProblem.clear();
+                pageSize = static_cast<std::uint32_t>(pragmaNumber(copy, "PRAGMA page_size"));
+            } else {
+                copyProblem = verdict && *verdict != "ok" ? *verdict : sqlite3_errmsg(copy);
+                closeDatabase(fresh);
+            }
+        } else {
+            copyProblem = sqlite3_errmsg(copy);
+        }
+        closeDatabase(copy);
+    }
+    if (fresh == nullptr) fresh = openMemoryDatabase(nullptr);
+    std::set<std::string> copyKeys;
+    if (fresh != nullptr && execute(fresh, kCreateTable) == SQLITE_OK) {
+        sqlite3_stmt* s = nullptr;
+        if (sqlite3_prepare_v2(fresh, "SELECT key FROM preferences", -1, &s, nullptr) == SQLITE_OK) {
+            while (sqlite3_step(s) == SQLITE_ROW) copyKeys.insert(columnBytes(s, 0));
+        }
+        sqlite3_finalize(s);
+    } else {
+        closeDatabase(fresh);
+    }
+
+    const Salvage found = salvage(databasePath_, pageSize);
+    std::optional<std::string> image;
+    if (fresh != nullptr) {
+        // The damaged file's rows are newer than the copy's wherever both have a key.
+        sqlite3_stmt* s = nullptr;
+        bool ok = execute(fresh, "BEGIN") == SQLITE_OK &&
+                  sqlite3_prepare_v2(fresh, "INSERT OR REPLACE INTO preferences (key, value) VALUES (?1, ?2)", -1,
+                                     &s, nullptr) == SQLITE_OK;
+        for (auto it = found.rows.begin(); ok && it != found.rows.end(); ++it) {
+            sqlite3_bind_text(s, 1, it->first.data(), static_cast<int>(it->first.size()), SQLITE_STATIC);
+            sqlite3_bind_blob(s, 2, it->second.data(), static_cast<int>(it->second.size()), SQLITE_STATIC);
+            ok = sqlite3_step(s) == SQLITE_DONE;
+            sqlite3_reset(s);
+        }
+        sqlite3_finalize(s);
+        if (ok && execute(fresh, "COMMIT") == SQLITE_OK) image = imageOf(fresh, 2);
+        closeDatabase(fresh);
+    }
+    if (!image) {
+        log.log(4, "UserDefaults {}: {} is damaged ({}) and a suite could not be rebuilt in memory", suiteName_,
+                databasePath_.string(), problem);
+        return false;
+    }
+
+    // A second name for the damaged file first, then the rebuilt suite renamed over the first: the path
+    // never goes missing, and a crash in between leaves a damaged suite to recover again.
+    const std::string path = databasePath_.string();
+    const auto stamp = std::chrono::duration_cast<std::chrono::seconds>(
+                           std::chrono::system_clock::now().time_since_epoch())
+                           .count();
+    std::string aside = path + ".corrupt-" + std::to_string(stamp);
+    for (int n = 1; ::access(aside.c_str(), F_OK) == 0; ++n) aside = path + ".corrupt-" + std::to_string(stamp) + "-" + std::to_string(n);
+    if (::link(path.c_str(), aside.c_str()) != 0 && ::rename(path.c_str(), aside.c_str()) != 0) {
+        log.log(4, "UserDefaults {}: {} is damaged ({}) and cannot be moved aside: {}", suiteName_, path, problem,
+                std::strerror(errno));
+        return false;
+    }
+    // The WAL belongs with the bytes it modifies; an empty one (opening a suite makes one) holds nothing.
+    // The -shm is only an index SQLite rebuilds.
+    const std::string wal = path + "-wal";
+    struct stat walStat {};
+    if (::stat(wal.c_str(), &walStat) == 0) {
+        (void)(walStat.st_size > 0 ? ::rename(wal.c_str(), (aside + "-wal").c_str()) : ::unlink(wal.c_str()));
+    }
+    (void)::unlink((path + "-shm").c_str());
+    if (auto failure = AtomicFile::write(databasePath_, *image)) {
+        log.log(4, "UserDefaults {}: {} is damaged ({}); moved it to {} but cannot write the rebuilt suite: {}",
+                suiteName_, path, problem, aside, *failure);
+        return false;
+    }
+    syncFolder(folder_);
+
+    std::vector<std::string> onlyInCopy;
+    for (const std::string& key : copyKeys)
+        if (found.rows.count(key) == 0) onlyInCopy.push_back(key);
+    log.log(4, "UserDefaults {}: {} was damaged ({}); moved it to {} and rebuilt the suite from what could be read",
+            suiteName_, path, problem, aside);
+    if (copyProblem.empty()) {
+        log.log(4, "UserDefaults {}: recovered {} keys from the damaged file ({} read by SQLite, {} from its pages) "
+                "and {} more from the last good copy {}",
+                suiteName_, found.rows.size(), found.bySqlite, found.fromPages, onlyInCopy.size(),
+                lastGoodPath_.string());
+    } else {
+        log.log(4, "UserDefaults {}: recovered {} keys from the damaged file ({} read by SQLite, {} from its pages); "
+                "no last good copy could be used: {}",
+                suiteName_, found.rows.size(), found.bySqlite, found.fromPages, copyProblem);
+    }
+    if (!onlyInCopy.empty()) {
+        log.log(4, "UserDefaults {}: only the last good copy had {} keys; their newest values may be lost: {}",
+                suiteName_, onlyInCopy.size(), joined(onlyInCopy));
+    }
+    if (found.pages) {
+        log.log(4, "UserDefaults {}: {} of {} pages of the damaged file could not be read, {} damaged cells were "
+                "skipped and {} rows were not property lists; keys stored there since the last good copy are lost",
+                suiteName_, found.pages->unreadablePages, found.pages->pageCount, found.pages->skippedCells,
+                found.refused);
+    }
+    return true;
 }
 
 bool UserDefaults::openConnection(bool readOnly) {
@@ -241,38 +651,6 @@ bool UserDefaults::prepareStatements() {
              sqlite3_prepare_v3(db_,
                                 "INSERT INTO preferences (key, value) VALUES (?1, ?2) ON CONFLICT (key) DO NOTHING",
                                 -1, SQLITE_PREPARE_PERSISTENT, &insertIfAbsentStatement_, nullptr) == SQLITE_OK));
-}
-
-bool UserDefaults::moveAsideIfNotADatabase(int errorCode) {
-    auto& log = NBLog::sharedInstance();
-    // Another process may have moved the bad file aside and started a fresh suite since we looked;
-    // never move a file that now starts like a database unless SQLite called it corrupt.
-    if ((errorCode & 0xFF) == SQLITE_NOTADB && isSqliteHeader(databasePath_)) return true;
-    const auto stamp = std::chrono::duration_cast<std::chrono::seconds>(
-                           std::chrono::system_clock::now().time_since_epoch())
-                           .count();
-    std::string aside = databasePath_.string() + ".corrupt-" + std::to_string(stamp);
-    for (int n = 1; std::filesystem::exists(aside); ++n) {
-        aside = databasePath_.string() + ".corrupt-" + std::to_string(stamp) + "-" + std::to_string(n);
-    }
-    if (::rename(databasePath_.c_str(), aside.c_str()) != 0) {
-        log.log(4, "UserDefaults {}: {} is not a usable database and cannot be moved aside: {}", suiteName_,
-                databasePath_.string(), std::strerror(errno));
-        return false;
-    }
-    // The WAL belongs with the bytes it modifies; the -shm is only an index SQLite rebuilds.
-    const std::string wal = databasePath_.string() + "-wal";
-    if (::access(wal.c_str(), F_OK) == 0) (void)::rename(wal.c_str(), (aside + "-wal").c_str());
-    (void)::unlink((databasePath_.string() + "-shm").c_str());
-    log.log(4, "UserDefaults {}: {} was not a usable database; moved it to {} and started a fresh suite",
-            suiteName_, databasePath_.string(), aside);
-    int fd = ::open(databasePath_.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, kFileMode);
-    if (fd >= 0) {
-        (void)::fchmod(fd, kFileMode);
-        ::close(fd);
-    }
-    syncFolder(folder_);
-    return true;
 }
 
 Value UserDefaults::storedValueLocked(std::string_view key) const {

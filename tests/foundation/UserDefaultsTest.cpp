@@ -1,23 +1,33 @@
 #include "nbbase/foundation/UserDefaults.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sqlite3.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <atomic>
+#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <map>
 #include <random>
 #include <set>
 #include <sstream>
 #include <string>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 #include "ErrorLog.h"
+#include "LogLines.h"
 #include "TempDir.h"
+#include "nbbase/foundation/NBLog.h"
+#include "nbbase/foundation/PropertyList.h"
+#include "nbbase/foundation/SuitePageReader.h"
 #include "tests/foundation/ChildProcess.h"
 
 namespace nb {
@@ -294,6 +304,277 @@ TEST_F(UserDefaultsTest, ReadOnlyFolderKeepsAnsweringAndRefusesWrites) {
 
     EXPECT_EQ(contents(database("Locked")), before);
     EXPECT_EQ(files(), filesBefore);
+}
+
+// ---- Damaged suites ----
+
+using Rows = std::map<std::string, std::string>;
+
+std::string key(int k) {
+    char name[8];
+    std::snprintf(name, sizeof name, "k%03d", k);
+    return name;
+}
+// Long enough that 200 rows span several pages, so that damage takes some rows and leaves others.
+std::string value(const char* tag, int k) { return std::string(tag) + "-" + key(k) + "-" + std::string(90, 'v'); }
+
+// A suite whose last good copy holds k000..k149 at their "first" values; after that open, k000..k029
+// were rewritten and k150..k199 added. Answers the copy's rows and the newest ones.
+std::pair<Rows, Rows> suiteWithLaterWrites(const fs::path& folder, const std::string& suite) {
+    Rows copied, newest;
+    {
+        UserDefaults defaults(suite, folder);
+        for (int k = 0; k < 150; ++k) EXPECT_TRUE(defaults.setString(copied[key(k)] = value("first", k), key(k)));
+    }
+    newest = copied;
+    UserDefaults defaults(suite, folder);  // this open copies the suite
+    for (int k = 0; k < 30; ++k) EXPECT_TRUE(defaults.setString(newest[key(k)] = value("second", k), key(k)));
+    for (int k = 150; k < 200; ++k) EXPECT_TRUE(defaults.setString(newest[key(k)] = value("late", k), key(k)));
+    return {copied, newest};
+}
+
+// What SQLite alone still finds in a damaged file by looking each key up, without changing the file.
+// A writable schema lets it read a file shorter than its header says.
+Rows pointLookups(const fs::path& path, const Rows& keys) {
+    Rows found;
+    sqlite3* db = nullptr;
+    sqlite3_stmt* s = nullptr;
+    const std::string uri = "file:" + path.string() + "?immutable=1";
+    if (sqlite3_open_v2(uri.c_str(), &db, SQLITE_OPEN_READONLY | SQLITE_OPEN_URI, nullptr) == SQLITE_OK &&
+        sqlite3_db_config(db, SQLITE_DBCONFIG_WRITABLE_SCHEMA, 1, nullptr) == SQLITE_OK &&
+        sqlite3_prepare_v2(db, "SELECT value FROM preferences WHERE key = ?1", -1, &s, nullptr) == SQLITE_OK) {
+        for (const auto& [k, ignored] : keys) {
+            sqlite3_bind_text(s, 1, k.c_str(), -1, SQLITE_TRANSIENT);
+            if (sqlite3_step(s) == SQLITE_ROW) {
+                const Value v = PropertyList::read(std::string_view(static_cast<const char*>(sqlite3_column_blob(s, 0)),
+                                                                    static_cast<std::size_t>(sqlite3_column_bytes(s, 0))));
+                if (v.isString()) found[k] = *v.asString();
+            }
+            sqlite3_reset(s);
+        }
+    }
+    sqlite3_finalize(s);
+    sqlite3_close(db);
+    return found;
+}
+
+std::vector<fs::path> movedAside(const fs::path& folder) {
+    std::vector<fs::path> aside;
+    for (const auto& entry : fs::directory_iterator(folder)) {
+        const std::string name = entry.path().filename();
+        if (name.find(".corrupt-") != std::string::npos && !name.ends_with("-wal")) aside.push_back(entry.path());
+    }
+    return aside;
+}
+
+void overwritePage(const fs::path& path, int page) {
+    std::string garbage(4096, '\0');
+    std::mt19937 random(page);
+    for (char& c : garbage) c = static_cast<char>(random());
+    std::fstream file(path, std::ios::in | std::ios::out | std::ios::binary);
+    file.seekp(std::streamoff{page - 1} * 4096);
+    file.write(garbage.data(), static_cast<std::streamsize>(garbage.size()));
+}
+
+// Damages a suite file of `pages` pages; answers the pages it destroyed.
+using Damage = std::set<int> (*)(const fs::path&, int pages);
+const Damage kDamages[] = {
+    [](const fs::path& path, int pages) {  // truncated to half its size
+        fs::resize_file(path, fs::file_size(path) / 2);
+        std::set<int> lost;
+        for (int p = pages / 2 + 1; p <= pages; ++p) lost.insert(p);
+        return lost;
+    },
+    [](const fs::path& path, int pages) {  // a leaf overwritten by garbage
+        overwritePage(path, pages / 2);
+        return std::set<int>{pages / 2};
+    },
+    // The root holds some rows and leads to all others: SQLite reads nothing, the page reader the rest.
+    [](const fs::path& path, int) {
+        overwritePage(path, 2);
+        return std::set<int>{2};
+    }};
+
+// A suite of suiteWithLaterWrites, then damaged, and what recovery must give back: the copy's rows, the
+// newest ones, what SQLite can still look up in the damaged file, and how many rows lived on the pages
+// the damage destroyed (as SQLite's dbstat counted them on the intact file).
+struct DamagedSuite {
+    Rows copied, newest, readable;
+    int rowsOnLostPages = 0;
+    std::string bytes;
+};
+
+DamagedSuite damagedSuite(const fs::path& folder, const std::string& suite, Damage damage) {
+    DamagedSuite result;
+    std::tie(result.copied, result.newest) = suiteWithLaterWrites(folder, suite);
+    const fs::path path = folder / UserDefaults::fileNameForSuite(suite);
+    EXPECT_FALSE(fs::exists(path.string() + "-wal"));  // all in the file, so the damage reaches every row
+    const int pages = static_cast<int>(fs::file_size(path) / 4096);
+    EXPECT_GE(pages, 6);
+    const fs::path intact = folder.parent_path() / (suite + ".intact");
+    fs::copy_file(path, intact);
+    std::string lost;
+    for (int page : damage(path, pages)) lost += (lost.empty() ? "" : ",") + std::to_string(page);
+    result.rowsOnLostPages = std::stoi(query(intact, ("SELECT CAST(total(ncell) AS INTEGER) FROM dbstat WHERE "
+                                                      "name = 'preferences' AND pageno IN (" + lost + ")").c_str())
+                                           .at(0));
+    result.bytes = contents(path);
+    result.readable = pointLookups(path, result.newest);
+    return result;
+}
+
+// Every key of the last good copy is back; every value is the newest or the copy's; what SQLite can still
+// look up is back at its newest value; only as many rows as lived on destroyed pages are old or missing;
+// nothing else is stored.
+void expectRecovered(const UserDefaults& defaults, const DamagedSuite& damaged) {
+    int behind = 0;
+    for (const auto& [k, latest] : damaged.newest) {
+        const std::optional<std::string> now = defaults.stringForKey(k);
+        const auto inCopy = damaged.copied.find(k);
+        // Not in the copy: back at its newest value, or lost with its page.
+        const bool allowed = now == latest || (inCopy != damaged.copied.end() ? now == inCopy->second : !now);
+        EXPECT_TRUE(allowed) << k << " = " << now.value_or("(nil)");
+        if (damaged.readable.count(k) != 0) {
+            EXPECT_EQ(now, latest) << k;
+        }
+        behind += now != latest;
+    }
+    EXPECT_LE(behind, damaged.rowsOnLostPages);
+    const Value stored = defaults.persistentDomain();
+    for (const auto& [k, ignored] : *stored.asDictionary())
+        EXPECT_TRUE(damaged.newest.count(k) != 0 || k.starts_with("p")) << k;  // p...: the writers' keys
+}
+
+class DamagedSuiteTest : public UserDefaultsTest, public ::testing::WithParamInterface<Damage> {};
+
+TEST_P(DamagedSuiteTest, ComesBackFromTheLastGoodCopyAndEveryReadableRow) {
+    const DamagedSuite damaged = damagedSuite(folder_, "Damaged", GetParam());
+    nbtest::LogLines log(&NBLog::sharedInstance());
+    UserDefaults defaults("Damaged", folder_);
+    expectRecovered(defaults, damaged);
+    ASSERT_TRUE(defaults.setString("works", "again"));
+    const std::vector<fs::path> aside = movedAside(folder_);
+    ASSERT_EQ(aside.size(), 1u);
+    EXPECT_EQ(contents(aside.front()), damaged.bytes);
+
+    // One line names the keys only the copy had, and no key SQLite could still read is among them.
+    std::set<std::string> named;
+    int pageLines = 0;
+    for (const std::string& line : log.take()) {
+        pageLines += line.find("pages of the damaged file could not be read") != std::string::npos;
+        const auto list = line.find("may be lost: ");
+        if (list == std::string::npos) continue;
+        std::istringstream names(line.substr(list + 13));
+        for (std::string name; std::getline(names >> std::ws, name, ',');) named.insert(name);
+    }
+    EXPECT_EQ(pageLines, 1);
+    for (const auto& [k, old] : damaged.copied) {
+        if (damaged.readable.count(k) != 0) {
+            EXPECT_EQ(named.count(k), 0u) << k;
+        }
+        if (old != damaged.newest.at(k) && defaults.stringForKey(k) == old) {
+            EXPECT_EQ(named.count(k), 1u) << k;
+        }
+    }
+    for (const std::string& k : named) EXPECT_EQ(damaged.copied.count(k), 1u) << k;
+}
+
+INSTANTIATE_TEST_SUITE_P(Damage, DamagedSuiteTest, ::testing::ValuesIn(kDamages));
+
+// Writers that all found the suite damaged before any could recover it: this process holds the suite's
+// lock shared, as an open in progress would, until each has said so. The first to get the lock then
+// recovers; the others must find the rebuilt suite and write into it, not move it aside as well.
+TEST_F(UserDefaultsTest, FourWritersThatFoundTheSuiteDamagedRecoverItOnce) {
+    constexpr int kProcesses = 4, kKeys = 50;
+    const DamagedSuite damaged = damagedSuite(folder_, "Shared", kDamages[0]);
+    const int lock = ::open((database("Shared").string() + ".lock").c_str(), O_RDONLY | O_CLOEXEC);
+    ASSERT_EQ(::flock(lock, LOCK_SH), 0);
+    std::vector<ChildProcess> writers;
+    std::vector<std::string> outputs(kProcesses);
+    for (int p = 0; p < kProcesses; ++p) {
+        writers.push_back(ChildProcess::start(
+            child({"range", folder_.string(), "Shared", "p" + std::to_string(p) + "-", std::to_string(kKeys)})));
+        for (std::string line; outputs[p].find("waiting for other opens") == std::string::npos; outputs[p] += line + "\n") {
+            line = writers.back().readLine();
+            ASSERT_FALSE(line.empty()) << outputs[p];
+        }
+    }
+    ::close(lock);
+    int recoveries = 0;
+    for (int p = 0; p < kProcesses; ++p) {
+        outputs[p] += writers[p].readAll();
+        EXPECT_EQ(writers[p].wait(), 0) << outputs[p];
+        recoveries += outputs[p].find("moved it to") != std::string::npos;
+    }
+    EXPECT_EQ(recoveries, 1);
+    EXPECT_EQ(movedAside(folder_).size(), 1u);
+    UserDefaults defaults("Shared", folder_);
+    expectRecovered(defaults, damaged);
+    for (int p = 0; p < kProcesses; ++p)
+        for (int k = 0; k < kKeys; ++k)
+            EXPECT_EQ(defaults.integerForKey("p" + std::to_string(p) + "-" + std::to_string(k)), k);
+}
+
+// The copy is a new file whenever it is rewritten, so its inode tells whether an open rewrote it.
+TEST_F(UserDefaultsTest, LastGoodCopyIsRewrittenOnlyAfterTheSuiteChanged) {
+    auto copyInode = [&] {
+        struct stat st {};
+        return ::stat((database("Copied").string() + ".last-good").c_str(), &st) == 0 ? st.st_ino : 0;
+    };
+    const fs::path copy = database("Copied").string() + ".last-good";
+    { ASSERT_TRUE(UserDefaults("Copied", folder_).setString("1", "a")); }
+    { UserDefaults defaults("Copied", folder_); }
+    EXPECT_EQ(query(copy, "SELECT key FROM preferences"), std::vector<std::string>{"a"});
+    struct stat st {};
+    ASSERT_EQ(::stat(copy.c_str(), &st), 0);
+    EXPECT_EQ(st.st_mode & 0777, 0600u);
+
+    // Long unmodified, as far as its clock can tell.
+    const timespec anHourAgo[2] = {{0, UTIME_OMIT}, {::time(nullptr) - 3600, 0}};
+    ASSERT_EQ(::utimensat(AT_FDCWD, database("Copied").c_str(), anHourAgo, 0), 0);
+    const ino_t before = copyInode();
+    {
+        UserDefaults defaults("Copied", folder_);
+        EXPECT_EQ(copyInode(), before);
+        ASSERT_TRUE(defaults.setString("2", "b"));
+    }
+    { UserDefaults defaults("Copied", folder_); }
+    EXPECT_NE(copyInode(), before);
+    EXPECT_EQ(query(copy, "SELECT key FROM preferences ORDER BY key"), (std::vector<std::string>{"a", "b"}));
+    EXPECT_EQ(UserDefaults::persistentDomainNames(folder_), std::vector<std::string>{"Copied"});
+}
+
+// A file SQLite wrote without secure delete, so deleted rows linger in its bytes: on freelist pages (a
+// deleted run of keys) and in freeblocks of live pages (every seventh key). The reader finds exactly the
+// live rows, skips the one too large for its page, and knows that value's overflow pages for what they are.
+TEST(SuitePageReaderTest, FindsEveryLiveRowAndNoDeletedOne) {
+    nbtest::TempDir dir("nbpages");
+    const fs::path path = dir.path() / "pages.sqlite3";
+    sqlite3* db = nullptr;
+    ASSERT_EQ(sqlite3_open(path.c_str(), &db), SQLITE_OK);
+    ASSERT_EQ(sqlite3_exec(db,
+                           "PRAGMA secure_delete=OFF;"
+                           "CREATE TABLE preferences (key TEXT PRIMARY KEY NOT NULL, value BLOB NOT NULL) WITHOUT ROWID;"
+                           "WITH RECURSIVE n(i) AS (SELECT 0 UNION ALL SELECT i + 1 FROM n WHERE i < 299)"
+                           "  INSERT INTO preferences SELECT printf('k%03d', i), CAST(printf('value %d %.60c', i, 'v') AS BLOB) FROM n;"
+                           "INSERT INTO preferences VALUES ('big', zeroblob(10000));"
+                           "DELETE FROM preferences WHERE key BETWEEN 'k100' AND 'k249' OR (key LIKE 'k%' AND substr(key, 2) % 7 = 0);",
+                           nullptr, nullptr, nullptr),
+              SQLITE_OK);
+    sqlite3_close(db);
+
+    const SuitePageReader::Result result = SuitePageReader::readFile(path);
+    Rows found;
+    for (const auto& row : result.rows) EXPECT_TRUE(found.emplace(row.key, row.value).second) << row.key;
+    Rows live;
+    for (int k = 0; k < 300; ++k) {
+        if ((k < 100 || k >= 250) && k % 7 != 0) live[key(k)] = "value " + std::to_string(k) + " " + std::string(60, 'v');
+    }
+    EXPECT_EQ(found, live);
+    EXPECT_EQ(result.skippedCells, 1u);
+    EXPECT_GT(result.freePages, 0u);
+    EXPECT_EQ(result.unreadablePages, 0u);
+    EXPECT_EQ(std::uintmax_t{result.pageCount} * result.pageSize, fs::file_size(path));
 }
 
 }  // namespace

@@ -4,7 +4,10 @@
 // Storage: one SQLite database per suite, "<suiteName>.sqlite3" in the preferences folder given to the
 // constructor (created with mode 0700 when missing), one row per key, each value a binary property list.
 // The database and its -wal and -shm files are mode 0600 whatever the umask: the suite holds the
-// session token.
+// session token. Beside them, never listed as suites:
+//   "<file>.last-good"  the last-known-good copy, a rollback-journal SQLite file of the same table, 0600;
+//   "<file>.lock"       empty; opens hold flock() on it (shared to look, exclusive to recover); never removed;
+//   "<file>.corrupt-<unix time>[-n]" (with its "-wal")  a damaged database, moved aside and never deleted.
 //
 // Durability: every setter is its own transaction, committed in WAL mode with synchronous=FULL before it
 // returns, so a write that returned true survives the process being killed at any moment and a power
@@ -12,22 +15,41 @@
 // Every getter reads the database, so it sees what other processes wrote; decoded values are cached
 // only against the exact bytes just read.
 //
+// Damage: every open runs SQLite's quick check. An open that finds the suite sound refreshes the last
+// good copy when the database or its WAL was modified since the copy was taken (modification times, with
+// kCopyClockSlack of margin for coarse file-system clocks; a write never goes unnoticed, an unchanged
+// suite is not copied again). The copy is a snapshot taken with SQLite's backup API and renamed into
+// place, so it is whole or absent. A suite found damaged (quick check, or SQLite calling it corrupt or
+// not a database) is recovered under the exclusive lock, by the first process to get there only: the
+// fresh suite starts from the last good copy, then every row still readable in the damaged file replaces
+// the copy's (SQLite's own scan first, resumed past bad pages in both directions; then, when that scan
+// could not finish, the file's pages read by SuitePageReader, whose rows must be property lists and lose
+// to SQLite's). The damaged file and its WAL are then moved aside and the rebuilt suite renamed into
+// place. What was recovered and what was lost is logged at NBLog level 4: counts from the damaged file
+// and from the copy, the keys that only the copy had (their newest value may be lost), and the pages of
+// the damaged file that could not be read (keys stored only there since the copy are lost). A key deleted
+// after the last copy may come back from it. Connections that other processes opened before the damage
+// keep using the damaged file until those instances are rebuilt.
+//
 // Registered defaults live in this instance's memory, answer when no value is stored and are never
 // written to the database.
 //
 // Threads: every function may be called from any thread at once; one connection is shared behind a
-// mutex. Several instances, in this process or others, may use the same suite at the same time.
+// mutex. Several instances, in this process or others, may use the same suite at the same time. The
+// constructor may wait for other processes' opens of the suite (their check and copy, or a recovery).
 //
 // Failure: nothing throws and nothing crashes. Setters answer false and log an NBLog level-4 line.
 // Getters answer as if the key were not stored (registered default, else absent, 0, false or nullopt).
-// A database file that is not a SQLite database is renamed aside to "<file>.corrupt-<unix time>" (never
-// deleted, so its bytes can be recovered), an error is logged and a fresh suite is started. A
-// preferences folder that cannot be written (read-only, or not ours) still lets an existing suite be
-// read: the database is then opened immutable and read-only, every setter fails and the files are left
-// untouched. An instance that could not open its database at all stays in that state (getters answer
-// registered defaults only); build a new instance to retry.
+// A damaged suite that cannot be recovered (its lock file or the folder cannot be written) is left as
+// it is, logged, and the instance stays unopened. A last good copy that cannot be written or read is
+// logged and recovery goes on without it. A preferences folder that cannot be written (read-only, or
+// not ours) still lets an existing suite be read: the database is then opened immutable and read-only,
+// every setter fails, no copy is taken and the files are left untouched. An instance that could not
+// open its database at all stays in that state (getters answer registered defaults only); build a new
+// instance to retry.
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -50,6 +72,8 @@ namespace nb {
 class UserDefaults {
 public:
     static constexpr int kBusyTimeoutMs = 10000;
+    // How much older than the copy's snapshot a modification time must be to count as already copied.
+    static constexpr std::chrono::seconds kCopyClockSlack{2};
 
     // Opens (creating when needed) the suite's database in preferencesFolder. A suite name must be a
     // plain file name: non-empty, without '/', NUL, or a leading '.'; an invalid name opens nothing.
@@ -65,6 +89,8 @@ public:
     const std::string& suiteName() const noexcept { return suiteName_; }
     // "<preferencesFolder>/<suiteName>.sqlite3".
     const std::filesystem::path& databasePath() const noexcept { return databasePath_; }
+    // "<databasePath>.last-good".
+    const std::filesystem::path& lastGoodCopyPath() const noexcept { return lastGoodPath_; }
     static std::string fileNameForSuite(std::string_view suiteName);
 
     // Stored value, else registered default, else absent.
@@ -122,11 +148,19 @@ private:
         std::size_t operator()(std::string_view s) const noexcept { return std::hash<std::string_view>{}(s); }
     };
 
+    enum class Health { Sound, Damaged, Unknown };
+
     void open();
     bool openConnection(bool readOnly);
     void closeConnection();
-    bool moveAsideIfNotADatabase(int errorCode);
     bool prepareStatements();
+    // PRAGMA quick_check on the open connection; `problem` gets SQLite's first complaint.
+    Health checkLocked(std::string& problem);
+    bool lastGoodCopyIsStale() const;
+    void saveLastGoodCopyLocked();
+    // Rebuilds the suite from the last good copy and the damaged file's readable rows and moves the
+    // damaged file aside; the caller holds the exclusive lock and has closed its connection.
+    bool recoverLocked(const std::string& problem);
     Value storedValueLocked(std::string_view key) const;
     // The property-list bytes stored for value, or nullopt (logged) when it cannot be stored.
     std::optional<std::string> encodedForStoring(const Value& value, std::string_view forKey) const;
@@ -136,6 +170,8 @@ private:
     const std::string suiteName_;
     const std::filesystem::path folder_;
     const std::filesystem::path databasePath_;
+    const std::filesystem::path lastGoodPath_;
+    const std::filesystem::path lockPath_;
 
     mutable std::mutex mutex_;
     sqlite3* db_ = nullptr;                 // guarded by mutex_; null when the suite could not be opened
