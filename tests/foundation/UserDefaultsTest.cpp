@@ -378,22 +378,27 @@ void overwritePage(const fs::path& path, int page) {
 
 // Damages a suite file of `pages` pages; answers the pages it destroyed.
 using Damage = std::set<int> (*)(const fs::path&, int pages);
-const Damage kDamages[] = {
-    [](const fs::path& path, int pages) {  // truncated to half its size
+struct NamedDamage {
+    const char* name;
+    Damage apply;
+    friend std::ostream& operator<<(std::ostream& out, const NamedDamage& d) { return out << d.name; }
+};
+const NamedDamage kDamages[] = {
+    {"TruncatedToHalf", [](const fs::path& path, int pages) {
         fs::resize_file(path, fs::file_size(path) / 2);
         std::set<int> lost;
         for (int p = pages / 2 + 1; p <= pages; ++p) lost.insert(p);
         return lost;
-    },
-    [](const fs::path& path, int pages) {  // a leaf overwritten by garbage
+    }},
+    {"GarbageLeaf", [](const fs::path& path, int pages) {
         overwritePage(path, pages / 2);
         return std::set<int>{pages / 2};
-    },
+    }},
     // The root holds some rows and leads to all others: SQLite reads nothing, the page reader the rest.
-    [](const fs::path& path, int) {
+    {"GarbageRoot", [](const fs::path& path, int) {
         overwritePage(path, 2);
         return std::set<int>{2};
-    }};
+    }}};
 
 // A suite of suiteWithLaterWrites, then damaged, and what recovery must give back: the copy's rows, the
 // newest ones, what SQLite can still look up in the damaged file, and how many rows lived on the pages
@@ -445,10 +450,10 @@ void expectRecovered(const UserDefaults& defaults, const DamagedSuite& damaged) 
         EXPECT_TRUE(damaged.newest.count(k) != 0 || k.starts_with("p")) << k;  // p...: the writers' keys
 }
 
-class DamagedSuiteTest : public UserDefaultsTest, public ::testing::WithParamInterface<Damage> {};
+class DamagedSuiteTest : public UserDefaultsTest, public ::testing::WithParamInterface<NamedDamage> {};
 
 TEST_P(DamagedSuiteTest, ComesBackFromTheLastGoodCopyAndEveryReadableRow) {
-    const DamagedSuite damaged = damagedSuite(folder_, "Damaged", GetParam());
+    const DamagedSuite damaged = damagedSuite(folder_, "Damaged", GetParam().apply);
     nbtest::LogLines log(&NBLog::sharedInstance());
     UserDefaults defaults("Damaged", folder_);
     expectRecovered(defaults, damaged);
@@ -479,14 +484,15 @@ TEST_P(DamagedSuiteTest, ComesBackFromTheLastGoodCopyAndEveryReadableRow) {
     for (const std::string& k : named) EXPECT_EQ(damaged.copied.count(k), 1u) << k;
 }
 
-INSTANTIATE_TEST_SUITE_P(Damage, DamagedSuiteTest, ::testing::ValuesIn(kDamages));
+INSTANTIATE_TEST_SUITE_P(Damage, DamagedSuiteTest, ::testing::ValuesIn(kDamages),
+                         [](const auto& info) { return std::string(info.param.name); });
 
 // Writers that all found the suite damaged before any could recover it: this process holds the suite's
 // lock shared, as an open in progress would, until each has said so. The first to get the lock then
 // recovers; the others must find the rebuilt suite and write into it, not move it aside as well.
 TEST_F(UserDefaultsTest, FourWritersThatFoundTheSuiteDamagedRecoverItOnce) {
     constexpr int kProcesses = 4, kKeys = 50;
-    const DamagedSuite damaged = damagedSuite(folder_, "Shared", kDamages[0]);
+    const DamagedSuite damaged = damagedSuite(folder_, "Shared", kDamages[0].apply);
     const int lock = ::open((database("Shared").string() + ".lock").c_str(), O_RDONLY | O_CLOEXEC);
     ASSERT_EQ(::flock(lock, LOCK_SH), 0);
     std::vector<ChildProcess> writers;
